@@ -1,0 +1,30 @@
+# Front door: `make demo` archives a sample document under Wine, `make test` runs every test.
+BUILD_DIR ?= build
+JOBS ?= 2
+
+.PHONY: all deps configure build test demo format clean
+
+all: build
+
+deps:
+	@sh scripts/install-deps.sh
+
+$(BUILD_DIR)/CMakeCache.txt: | deps
+	cmake -S . -B $(BUILD_DIR) -DCMAKE_TOOLCHAIN_FILE=cmake/mingw-w64-x86_64.cmake -DCMAKE_BUILD_TYPE=RelWithDebInfo
+
+configure: $(BUILD_DIR)/CMakeCache.txt
+
+build: deps configure
+	cmake --build $(BUILD_DIR) -j $(JOBS)
+
+test: build
+	sh scripts/run-tests.sh $(BUILD_DIR)
+
+demo: build
+	sh scripts/run-demo.sh $(BUILD_DIR)
+
+format:
+	clang-format -i $$(git ls-files '*.cpp' '*.h')
+
+clean:
+	rm -rf $(BUILD_DIR)

@@ -1,0 +1,105 @@
+#include "handoff/XmlWriter.h"
+
+#include <cstdarg>
+#include <cstdio>
+
+#include "common/BoundedFormat.h"
+
+CXmlWriter::CXmlWriter(const wchar_t* path) : m_path(path ? path : L"") {}
+
+CXmlWriter::~CXmlWriter() { Close(); }
+
+bool CXmlWriter::Open() noexcept {
+    m_stream.reset();
+    // Text mode with ccs=UTF-8: the runtime writes the byte-order mark, encodes in UTF-8 and
+    // turns every "\n" into CR LF.
+    return _wfopen_s(m_stream.put(), m_path.c_str(), L"w, ccs=UTF-8") == 0 && m_stream;
+}
+
+void CXmlWriter::Print(const wchar_t* format, ...) {
+    if (!m_stream) {
+        return;
+    }
+    va_list args;
+    va_start(args, format);
+    std::wstring text;
+    try {
+        text = FormatStringV(format, args);
+    } catch (...) {
+        va_end(args);
+        throw;
+    }
+    va_end(args);
+    fputws(text.c_str(), m_stream.get());
+}
+
+// "\n", the indentation, "<name" and the queued attributes, popped name first.
+void CXmlWriter::StartTag(const wchar_t* name) {
+    Print(L"\n");
+    for (int32_t level = 0; level < m_depth; ++level) {
+        Print(L"\t");
+    }
+    Print(L"<%s", name);
+    while (m_pendingAttributes.size() >= 2) {
+        Print(L" %s=", m_pendingAttributes.back().c_str());
+        m_pendingAttributes.pop_back();
+        Print(L"\"%s\"", m_pendingAttributes.back().c_str());
+        m_pendingAttributes.pop_back();
+    }
+    m_pendingAttributes.clear();
+}
+
+void CXmlWriter::AddAttribute(const wchar_t* name, const wchar_t* value) {
+    m_pendingAttributes.emplace_back(value ? value : L"");
+    m_pendingAttributes.emplace_back(name ? name : L"");
+}
+
+void CXmlWriter::StartElement(const wchar_t* name) {
+    StartTag(name);
+    Print(L">");
+    m_openElements.emplace_back(name);
+    ++m_depth;
+}
+
+void CXmlWriter::WriteElement(const wchar_t* name, const wchar_t* text) {
+    StartTag(name);
+    Print(L">%s</%s>", text, name);
+}
+
+void CXmlWriter::WriteCDataElement(const wchar_t* name, const wchar_t* text) {
+    StartTag(name);
+    Print(L"><![CDATA[%s]]></%s>", text, name);
+}
+
+void CXmlWriter::WriteComment(const wchar_t* text) {
+    Print(L"\n");
+    for (int32_t level = 0; level < m_depth; ++level) {
+        Print(L"\t");
+    }
+    Print(L"<!--%s-->", text);
+}
+
+void CXmlWriter::EndElement() {
+    if (m_openElements.empty()) {
+        return;
+    }
+    Print(L"\n");
+    --m_depth;
+    for (int32_t level = 0; level < m_depth; ++level) {
+        Print(L"\t");
+    }
+    Print(L"</%s>", m_openElements.back().c_str());
+    m_openElements.pop_back();
+}
+
+void CXmlWriter::EndAll() {
+    while (!m_openElements.empty()) {
+        EndElement();
+    }
+}
+
+void CXmlWriter::Close() noexcept {
+    m_stream.reset();
+    m_pendingAttributes.clear();
+    m_openElements.clear();
+}

@@ -1,0 +1,7 @@
+# Sourced by the scripts that run Windows programs: one Wine prefix per build folder, quiet Wine,
+# and no Mono or Gecko installer prompts while the prefix is made.
+# Expects BUILD_DIR to be set to an absolute path.
+export WINEPREFIX="$BUILD_DIR/wineprefix"
+export WINEDEBUG="${WINEDEBUG:--all}"
+export WINEDLLOVERRIDES="${WINEDLLOVERRIDES:-mscoree,mshtml=}"
+export WINEARCH=win64

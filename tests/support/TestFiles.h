@@ -1,0 +1,52 @@
+// File helpers for tests: reading whole files as bytes, making files of a given size, a fresh
+// temporary folder per test, and the path of a file in the source tree.
+#pragma once
+
+#include <windows.h>
+
+#include <string>
+
+std::string ReadFileBytes(const std::wstring& path);
+void WriteFileBytes(const std::wstring& path, const std::string& bytes);
+bool FileExists(const std::wstring& path);
+bool DirectoryExists(const std::wstring& path);
+LONGLONG FileSize(const std::wstring& path);
+void DeleteTree(const std::wstring& path);
+
+// UTF-16 to UTF-8 and back, for comparing what the product wrote with what a test expects.
+std::string ToUtf8(const std::wstring& text);
+std::wstring FromUtf8(const std::string& text);
+
+// The Windows path of `relative` (with forward slashes) below the tests folder of the source tree.
+std::wstring TestSourcePath(const std::wstring& relative);
+
+// The process's temporary directory as the product sees it (GetTempPathW, trailing backslash).
+std::wstring TempDirectory();
+
+// A folder made fresh for one test and removed with everything in it afterwards.
+class ScratchFolder {
+public:
+    ScratchFolder();
+    ~ScratchFolder();
+    ScratchFolder(const ScratchFolder&) = delete;
+    ScratchFolder& operator=(const ScratchFolder&) = delete;
+
+    // The folder's path with a trailing backslash.
+    const std::wstring& Path() const { return m_path; }
+    std::wstring operator/(const std::wstring& name) const { return m_path + name; }
+
+private:
+    std::wstring m_path;
+};
+
+// Everything the process-wide log gained since this object was made, as UTF-16 text.
+class LogCapture {
+public:
+    LogCapture();
+    std::wstring Text() const;
+    bool Contains(const std::wstring& line) const { return Text().find(line) != std::wstring::npos; }
+
+private:
+    std::wstring m_path;
+    LONGLONG m_start;
+};
