@@ -135,3 +135,22 @@ std::wstring LogCapture::Text() const {
     }
     return FromUtf8(bytes.substr(static_cast<size_t>(m_start)));
 }
+
+namespace {
+std::wstring GetVariable(const wchar_t* name) {
+    wchar_t value[MAX_PATH] = L"";
+    DWORD length = GetEnvironmentVariableW(name, value, MAX_PATH);
+    return length < MAX_PATH ? std::wstring(value, length) : std::wstring();
+}
+}  // namespace
+
+TempDirectoryOverride::TempDirectoryOverride()
+    : m_oldTmp(GetVariable(L"TMP")), m_oldTemp(GetVariable(L"TEMP")) {
+    SetEnvironmentVariableW(L"TMP", m_folder.Path().c_str());
+    SetEnvironmentVariableW(L"TEMP", m_folder.Path().c_str());
+}
+
+TempDirectoryOverride::~TempDirectoryOverride() {
+    SetEnvironmentVariableW(L"TMP", m_oldTmp.c_str());
+    SetEnvironmentVariableW(L"TEMP", m_oldTemp.c_str());
+}

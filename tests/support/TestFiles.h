@@ -39,6 +39,26 @@ private:
     std::wstring m_path;
 };
 
+// Points TMP and TEMP at a fresh folder for the life of the object, so the staging area of the
+// code under test starts empty; restores the previous values afterwards.
+class TempDirectoryOverride {
+public:
+    TempDirectoryOverride();
+    ~TempDirectoryOverride();
+    TempDirectoryOverride(const TempDirectoryOverride&) = delete;
+    TempDirectoryOverride& operator=(const TempDirectoryOverride&) = delete;
+
+    // The new temporary directory, with a trailing backslash.
+    const std::wstring& Path() const { return m_folder.Path(); }
+    // "<temp>td_temp_inbox\", the staging area below it.
+    std::wstring Inbox() const { return Path() + L"td_temp_inbox\\"; }
+
+private:
+    std::wstring m_oldTmp;
+    std::wstring m_oldTemp;
+    ScratchFolder m_folder;
+};
+
 // Everything the process-wide log gained since this object was made, as UTF-16 text.
 class LogCapture {
 public:
