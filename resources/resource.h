@@ -1,5 +1,9 @@
-// Resource identifiers of the add-in module: the German string table and the version block.
+// Resource identifiers of the add-in module: dialogs, controls and the German string table.
 #pragma once
+
+#define IDD_SELECT_STORAGE_TARGET 118
+#define IDC_STORAGE_TARGETS 1026
+#define IDC_SELECT_LABEL 1027
 
 #define IDS_ADDIN_PROGID 8000
 #define IDS_ADDIN_NAME 8001

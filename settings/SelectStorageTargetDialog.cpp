@@ -1,0 +1,122 @@
+#include "settings/SelectStorageTargetDialog.h"
+
+#include <windowsx.h>
+
+#include "common/LogFile.h"
+#include "common/Messages.h"
+#include "common/Module.h"
+#include "handoff/StorageTargetText.h"
+#include "resources/resource.h"
+#include "settings/TDCSettings.h"
+
+namespace {
+
+constexpr int kTextCapacity = 1024;
+
+// The settings of the open dialog; the dialog is modal and there is at most one at a time.
+const CTDCSettings* g_selectSettings = nullptr;
+
+void SetUiText(HWND dialog, int control, UINT id) {
+    wchar_t text[kTextCapacity];
+    if (LoadUiString(id, text, kTextCapacity) > 0) {
+        if (control == 0) {
+            SetWindowTextW(dialog, text);
+        } else {
+            SetDlgItemTextW(dialog, control, text);
+        }
+    }
+}
+
+void CenterOverDesktop(HWND dialog) {
+    RECT desktop;
+    RECT window;
+    GetWindowRect(GetDesktopWindow(), &desktop);
+    GetWindowRect(dialog, &window);
+    int width = window.right - window.left;
+    int height = window.bottom - window.top;
+    SetWindowPos(dialog, nullptr, desktop.left + (desktop.right - desktop.left - width) / 2,
+                 desktop.top + (desktop.bottom - desktop.top - height) / 2, 0, 0,
+                 SWP_NOSIZE | SWP_NOZORDER | SWP_NOACTIVATE);
+}
+
+void FillTargets(HWND dialog, const CTDCSettings& settings) {
+    wchar_t remembered[kTextCapacity];
+    CTDCSettings::ReadUserValue(kLastStartCenterConfig, remembered, kTextCapacity);
+    HWND combo = GetDlgItem(dialog, IDC_STORAGE_TARGETS);
+    int position = 0;
+    int selected = 0;
+    for (const auto& [name, value] : settings.Values()) {
+        if (value.Kind() != SettingKind::StorageTarget) {
+            continue;
+        }
+        wchar_t label[kStorageTargetTextCapacity];
+        ExtractLabel(value.TextValue().c_str(), label);
+        ComboBox_AddString(combo, label);
+        // With several targets of the remembered label, the last one is preselected.
+        if (lstrcmpiW(label, remembered) == 0) {
+            selected = position;
+        }
+        ++position;
+    }
+    ComboBox_SetCurSel(combo, selected);
+}
+
+void Confirm(HWND dialog) {
+    if (ComboBox_GetCurSel(GetDlgItem(dialog, IDC_STORAGE_TARGETS)) < 0) {
+        return;
+    }
+    wchar_t label[kTextCapacity] = L"";
+    GetDlgItemTextW(dialog, IDC_STORAGE_TARGETS, label, kTextCapacity);
+    if (label[0]) {
+        CTDCSettings::WriteUserValue(kLastStartCenterConfig, label);
+    }
+    EndDialog(dialog, 1);
+}
+
+INT_PTR CALLBACK SelectDialogProc(HWND dialog, UINT message, WPARAM wParam, LPARAM lParam) {
+    try {
+        switch (message) {
+        case WM_INITDIALOG:
+            SetUiText(dialog, 0, IDS_SELECT_CAPTION);
+            SetUiText(dialog, IDOK, IDS_BUTTON_OK);
+            SetUiText(dialog, IDCANCEL, IDS_BUTTON_CANCEL);
+            SetUiText(dialog, IDC_SELECT_LABEL, IDS_SELECT_LABEL);
+            CenterOverDesktop(dialog);
+            g_selectSettings = reinterpret_cast<const CTDCSettings*>(lParam);
+            if (!g_selectSettings) {
+                LogError(L"Fatal error in select dialog! Settings not initialized!\n");
+                EndDialog(dialog, 0);
+                return TRUE;
+            }
+            FillTargets(dialog, *g_selectSettings);
+            return TRUE;
+        case WM_COMMAND:
+            switch (LOWORD(wParam)) {
+            case IDOK:
+                Confirm(dialog);
+                return TRUE;
+            case IDCANCEL:
+                EndDialog(dialog, 0);
+                return TRUE;
+            }
+            break;
+        case WM_DESTROY:
+            g_selectSettings = nullptr;
+            break;
+        }
+    } catch (...) {
+        // Out of memory while filling the list: the dialog ends as if cancelled.
+        EndDialog(dialog, 0);
+        return TRUE;
+    }
+    return FALSE;
+}
+
+}  // namespace
+
+INT_PTR ShowSelectStorageTargetDialog(const CTDCSettings* settings) noexcept {
+    INT_PTR result =
+        DialogBoxParamW(ModuleInstance(), MAKEINTRESOURCEW(IDD_SELECT_STORAGE_TARGET),
+                        nullptr /* no owner */, SelectDialogProc, reinterpret_cast<LPARAM>(settings));
+    return result == 1 ? 1 : 0;
+}
