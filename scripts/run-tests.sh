@@ -6,6 +6,7 @@ BUILD_DIR=$(cd "$1" && pwd)
 scripts=$(cd "$(dirname "$0")" && pwd)
 . "$scripts/wine-env.sh"
 "$scripts/wine-prefix.sh" "$BUILD_DIR"
+"$scripts/register-stub-connector.sh" "$BUILD_DIR"
 
 if [ -z "${TALVORN_IN_XVFB:-}" ]; then
     TALVORN_IN_XVFB=1 exec xvfb-run -a -s "-screen 0 1280x1024x24" "$0" "$@"

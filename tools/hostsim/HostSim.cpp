@@ -10,8 +10,10 @@
 #include "common/HandOffList.h"
 #include "common/LogFile.h"
 #include "common/PropertyMap.h"
+#include "handoff/ConnectorLaunch.h"
 #include "handoff/HandOff.h"
 #include "handoff/StagingArea.h"
+#include "settings/TDCSettings.h"
 
 namespace {
 
@@ -41,6 +43,23 @@ std::string ReadBytes(const std::wstring& path) {
         bytes.append(chunk, read);
     }
     return bytes;
+}
+
+std::wstring TempPath() {
+    wchar_t temp[MAX_PATH];
+    DWORD length = GetTempPathW(MAX_PATH, temp);
+    return std::wstring(temp, length < MAX_PATH ? length : 0);
+}
+
+// The connector is started asynchronously by the shell; its record shows up shortly after.
+std::string WaitForRecord(const std::wstring& record, size_t seen) {
+    for (DWORD start = GetTickCount(); GetTickCount() - start < 10000; Sleep(50)) {
+        std::string bytes = ReadBytes(record);
+        if (bytes.size() > seen && bytes.back() == '\n') {
+            return bytes.substr(seen);
+        }
+    }
+    return std::string();
 }
 
 std::wstring FormatFileTime(const FILETIME& utc) {
@@ -98,6 +117,21 @@ int Archive(const wchar_t* document) {
     }
     fwrite(xml.data(), 1, xml.size(), stdout);
     Print(L"\n");
+
+    // What the stub connector registered for the "talvorn" scheme in this prefix receives.
+    std::wstring record = TempPath() + L"connector_urls.txt";
+    size_t seen = ReadBytes(record).size();
+    CTDCSettings settings;
+    settings.LoadSettings();
+    Print(FormatString(L"connector URL:   %s\n", BuildConnectorUrl(settings, handOffs, 2).c_str()));
+    if (!LaunchConnector(settings, handOffs, 2)) {
+        Print(L"the connector could not be started\n");
+        return 1;
+    }
+    std::string received = WaitForRecord(record, seen);
+    Print(L"connector got:   ");
+    fwrite(received.data(), 1, received.size(), stdout);
+    Print(received.empty() ? L"(nothing within 10 s)\n" : L"");
     Print(FormatString(L"log file:        %s\n", TheLog().Path().c_str()));
     return 0;
 }
