@@ -2,7 +2,6 @@
 
 #include <array>
 
-
 namespace {
 
 // No member of the host object models takes more arguments than this.
@@ -26,6 +25,9 @@ HRESULT TakeExceptionResult(HRESULT hr, EXCEPINFO& excep) noexcept {
 HRESULT InvokeByName(IDispatch* object, const wchar_t* name, WORD flags,
                      std::initializer_list<const VARIANT*> args, const VARIANT* putValue,
                      VARIANT* result) noexcept {
+    if (result) {
+        ::VariantClear(result);
+    }
     if (!object || !name) {
         return E_POINTER;
     }
@@ -64,9 +66,6 @@ HRESULT InvokeByName(IDispatch* object, const wchar_t* name, WORD flags,
 
     EXCEPINFO excep{};
     UINT argError = 0;
-    if (result) {
-        ::VariantClear(result);
-    }
     hr = object->Invoke(dispid, IID_NULL, LOCALE_USER_DEFAULT, flags, &params, result, &excep,
                         &argError);
     if (FAILED(hr)) {

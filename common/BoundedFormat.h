@@ -10,8 +10,7 @@
 // Formats into `buffer` of `capacity` characters, NUL included. On overflow the buffer is left
 // empty and the result is false.
 bool FormatBounded(wchar_t* buffer, size_t capacity, const wchar_t* format, ...) noexcept;
-bool FormatBoundedV(wchar_t* buffer, size_t capacity, const wchar_t* format,
-                    va_list args) noexcept;
+bool FormatBoundedV(wchar_t* buffer, size_t capacity, const wchar_t* format, va_list args) noexcept;
 
 // Copies `text` into `buffer`; false (and an empty buffer) when it does not fit.
 bool CopyBounded(wchar_t* buffer, size_t capacity, const wchar_t* text) noexcept;

@@ -138,15 +138,15 @@ void LogFile::Emit(const wchar_t* text) noexcept {
     if (!m_file || length == 0) {
         return;
     }
-    int bytes = WideCharToMultiByte(CP_UTF8, 0, text, static_cast<int>(length), nullptr, 0,
-                                    nullptr, nullptr);
+    int bytes = WideCharToMultiByte(CP_UTF8, 0, text, static_cast<int>(length), nullptr, 0, nullptr,
+                                    nullptr);
     if (bytes <= 0) {
         return;
     }
     try {
         std::string utf8(static_cast<size_t>(bytes), '\0');
-        WideCharToMultiByte(CP_UTF8, 0, text, static_cast<int>(length), utf8.data(), bytes,
-                            nullptr, nullptr);
+        WideCharToMultiByte(CP_UTF8, 0, text, static_cast<int>(length), utf8.data(), bytes, nullptr,
+                            nullptr);
         DWORD written = 0;
         WriteFile(m_file.get(), utf8.data(), static_cast<DWORD>(bytes), &written, nullptr);
     } catch (...) {
@@ -181,12 +181,12 @@ LogFile g_log __attribute__((init_priority(101)));
 
 LogFile& TheLog() noexcept { return g_log; }
 
-#define DEFINE_LOG_FUNCTION(Name, severity)                                                        \
-    void Name(const wchar_t* format, ...) noexcept {                                              \
-        va_list args;                                                                              \
-        va_start(args, format);                                                                    \
-        g_log.Write(severity, format, args);                                                       \
-        va_end(args);                                                                              \
+#define DEFINE_LOG_FUNCTION(Name, severity)          \
+    void Name(const wchar_t* format, ...) noexcept { \
+        va_list args;                                \
+        va_start(args, format);                      \
+        g_log.Write(severity, format, args);         \
+        va_end(args);                                \
     }
 
 DEFINE_LOG_FUNCTION(LogFatal, kLogFatal)

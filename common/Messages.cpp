@@ -45,7 +45,8 @@ void ShowErrorMessage(UINT id, ...) noexcept {
 int AskQuestion(UINT id, ...) noexcept {
     va_list args;
     va_start(args, id);
-    int answer = ShowMessage(id, IDS_QUESTION_CAPTION, MB_YESNO | MB_ICONQUESTION | MB_TOPMOST, args);
+    int answer =
+        ShowMessage(id, IDS_QUESTION_CAPTION, MB_YESNO | MB_ICONQUESTION | MB_TOPMOST, args);
     va_end(args);
     return answer == 0 ? IDNO : answer;
 }

@@ -7,7 +7,8 @@
 #include "handoff/StorageTargetText.h"
 #include "settings/TDCSettings.h"
 
-std::wstring BuildConnectorUrl(const CTDCSettings& settings, const HandOffList& list, int hostKind) {
+std::wstring BuildConnectorUrl(const CTDCSettings& settings, const HandOffList& list,
+                               int hostKind) {
     std::wstring url = L"talvorn:\\\\di$";
 
     wchar_t chosen[kStorageTargetTextCapacity] = L"";

@@ -73,8 +73,9 @@ void MarkFreeToDelete(const wchar_t* folder) noexcept {
     if (!folder || !FormatBounded(marker, MAX_PATH, L"%s\\__freetodelete__.bin", folder)) {
         return;
     }
-    UniqueFileHandle file(CreateFileW(marker, GENERIC_WRITE, FILE_SHARE_READ, nullptr /* security */,
-                                      OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr /* template */));
+    UniqueFileHandle file(CreateFileW(marker, GENERIC_WRITE, FILE_SHARE_READ,
+                                      nullptr /* security */, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL,
+                                      nullptr /* template */));
 }
 
 void ReleaseStagedFolders(const HandOffList& list) noexcept {

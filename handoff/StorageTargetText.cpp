@@ -17,7 +17,8 @@ void CopyRange(const wchar_t* begin, const wchar_t* end,
 
 }  // namespace
 
-void ExtractTargetPart(const wchar_t* parameter, wchar_t (&out)[kStorageTargetTextCapacity]) noexcept {
+void ExtractTargetPart(const wchar_t* parameter,
+                       wchar_t (&out)[kStorageTargetTextCapacity]) noexcept {
     out[0] = L'\0';
     const wchar_t* start = parameter ? wcsstr(parameter, L"appid") : nullptr;
     if (!start) {

@@ -8,7 +8,8 @@
 inline constexpr size_t kStorageTargetTextCapacity = 1048;
 
 // From the first "appid" to the end, its first blank turned into "$": "appid=42$configid=7".
-void ExtractTargetPart(const wchar_t* parameter, wchar_t (&out)[kStorageTargetTextCapacity]) noexcept;
+void ExtractTargetPart(const wchar_t* parameter,
+                       wchar_t (&out)[kStorageTargetTextCapacity]) noexcept;
 
 // The text between the quotes after the first "label=": "Invoices".
 void ExtractLabel(const wchar_t* parameter, wchar_t (&out)[kStorageTargetTextCapacity]) noexcept;

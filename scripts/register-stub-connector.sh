@@ -17,3 +17,4 @@ REGEDIT4
 @="\\"$exe_escaped\\" \\"%1\\""
 REG
 wine regedit /S "Z:$(printf '%s' "$BUILD_DIR/talvorn-url.reg" | tr / '\\')" >/dev/null 2>&1
+wineserver -w

@@ -2,18 +2,21 @@
 # Runs every test under Wine: one X server (Xvfb) and one persistent wineserver for the whole run,
 # ctest's summary at the end, non-zero exit on any failure.
 set -eu
+if [ -z "${TALVORN_IN_XVFB:-}" ]; then
+    TALVORN_IN_XVFB=1 exec xvfb-run -a -s "-screen 0 1280x1024x24" sh "$0" "$@"
+fi
+
 BUILD_DIR=$(cd "$1" && pwd)
 scripts=$(cd "$(dirname "$0")" && pwd)
 . "$scripts/wine-env.sh"
 "$scripts/wine-prefix.sh" "$BUILD_DIR"
 "$scripts/register-stub-connector.sh" "$BUILD_DIR"
 
-if [ -z "${TALVORN_IN_XVFB:-}" ]; then
-    TALVORN_IN_XVFB=1 exec xvfb-run -a -s "-screen 0 1280x1024x24" "$0" "$@"
-fi
-
 wineserver -p
 trap 'wineserver -k >/dev/null 2>&1 || true' EXIT
+# The first Wine process starts the prefix's background services; started here, they do not hold
+# ctest's output pipe open while it discovers the tests.
+wine cmd /c exit >/dev/null 2>&1 || true
 status=0
 ctest --test-dir "$BUILD_DIR" --output-on-failure -j2 --timeout 300 || status=$?
 exit $status

@@ -115,8 +115,8 @@ INT_PTR CALLBACK SelectDialogProc(HWND dialog, UINT message, WPARAM wParam, LPAR
 }  // namespace
 
 INT_PTR ShowSelectStorageTargetDialog(const CTDCSettings* settings) noexcept {
-    INT_PTR result =
-        DialogBoxParamW(ModuleInstance(), MAKEINTRESOURCEW(IDD_SELECT_STORAGE_TARGET),
-                        nullptr /* no owner */, SelectDialogProc, reinterpret_cast<LPARAM>(settings));
+    INT_PTR result = DialogBoxParamW(ModuleInstance(), MAKEINTRESOURCEW(IDD_SELECT_STORAGE_TARGET),
+                                     nullptr /* no owner */, SelectDialogProc,
+                                     reinterpret_cast<LPARAM>(settings));
     return result == 1 ? 1 : 0;
 }

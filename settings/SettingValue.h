@@ -17,7 +17,9 @@ class SettingValue {
 public:
     SettingValue() noexcept = default;
 
-    static SettingValue Dword(uint32_t number) noexcept { return SettingValue(SettingKind::Dword, number); }
+    static SettingValue Dword(uint32_t number) noexcept {
+        return SettingValue(SettingKind::Dword, number);
+    }
     // Stores 1 for any number that is not 0.
     static SettingValue Bool(uint32_t number) noexcept {
         return SettingValue(SettingKind::Bool, number != 0 ? 1 : 0);

@@ -39,8 +39,8 @@ bool QueryText(HKEY key, const wchar_t* name, wchar_t (&text)[kTextBytes / sizeo
 bool QueryNumber(HKEY key, const wchar_t* name, DWORD& number) {
     DWORD size = sizeof number;
     number = 0;
-    return RegQueryValueExW(key, name, nullptr, nullptr, reinterpret_cast<BYTE*>(&number),
-                            &size) == ERROR_SUCCESS;
+    return RegQueryValueExW(key, name, nullptr, nullptr, reinterpret_cast<BYTE*>(&number), &size) ==
+           ERROR_SUCCESS;
 }
 
 LSTATUS WriteValue(HKEY key, const std::wstring& name, const SettingValue& value) {
@@ -48,13 +48,14 @@ LSTATUS WriteValue(HKEY key, const std::wstring& name, const SettingValue& value
     case SettingKind::Dword:
     case SettingKind::Bool: {
         DWORD number = value.Number();
-        return RegSetValueExW(key, name.c_str(), 0, REG_DWORD, reinterpret_cast<const BYTE*>(&number),
-                              sizeof number);
+        return RegSetValueExW(key, name.c_str(), 0, REG_DWORD,
+                              reinterpret_cast<const BYTE*>(&number), sizeof number);
     }
     case SettingKind::String:
     case SettingKind::StorageTarget: {
         const std::wstring& text = value.TextValue();
-        return RegSetValueExW(key, name.c_str(), 0, REG_SZ, reinterpret_cast<const BYTE*>(text.c_str()),
+        return RegSetValueExW(key, name.c_str(), 0, REG_SZ,
+                              reinterpret_cast<const BYTE*>(text.c_str()),
                               static_cast<DWORD>((text.size() + 1) * sizeof(wchar_t)));
     }
     case SettingKind::None:
@@ -207,9 +208,10 @@ HRESULT CTDCSettings::LoadSettings() {
     UniqueHKey user;
     if (RegOpenKeyExW(HKEY_CURRENT_USER, userPath.c_str(), 0, KEY_READ, user.put()) !=
         ERROR_SUCCESS) {
-        LogInfo(L"LoadSettings: can not open registry key (%s) in HKEY_CURRENT_USER try to open it "
-                L"in HKEY_LOCAL_MACHINE!\n",
-                userPath.c_str());
+        LogInfo(
+            L"LoadSettings: can not open registry key (%s) in HKEY_CURRENT_USER try to open it "
+            L"in HKEY_LOCAL_MACHINE!\n",
+            userPath.c_str());
         if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, userPath.c_str(), 0, KEY_READ, user.put()) !=
             ERROR_SUCCESS) {
             LogWarning(L"LoadSettings: can not open registry key (%s)!\n", userPath.c_str());

@@ -147,7 +147,8 @@ void OnArchiveSingleOutlook(const CommandContext& context, IDispatch* window) {
 
 void OnAttachment(const CommandContext& context, IDispatch* item) {
     LogInfo(L"Outlook CTalvornAddin->OnAttachment invoked\n");
-    if (!item && context.captures.GetOutlookDocumentCount(context.application) == kNothingSelected) {
+    if (!item &&
+        context.captures.GetOutlookDocumentCount(context.application) == kNothingSelected) {
         ShowErrorMessage(IDS_NOTHING_SELECTED);
         return;
     }

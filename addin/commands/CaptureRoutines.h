@@ -35,8 +35,8 @@ public:
 
     // Stages every selected item as a .msg file into `paths[i]` with its properties in `maps[i]`.
     // Fails with kNothingSelected, kUnsupportedItem, E_OUTOFMEMORY or any other status.
-    virtual HRESULT SaveOutlookDocument(IDispatch* application, PathBuffer* paths, PropertyMap* maps,
-                                        int32_t count) = 0;
+    virtual HRESULT SaveOutlookDocument(IDispatch* application, PathBuffer* paths,
+                                        PropertyMap* maps, int32_t count) = 0;
 
     // Stages one Outlook item (the current item of an open window).
     virtual HRESULT SaveOutlookItem(IDispatch* application, IDispatch* item, int32_t majorVersion,

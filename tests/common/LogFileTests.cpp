@@ -31,12 +31,14 @@ TEST_F(LogFileTest, WritesBracketedLocalTimeThenTagThenMessageAsUtf8) {
         Write(log, 0, L"severity 0 is written as information\n");
     }
     std::string text = ReadFileBytes(m_path);
-    const std::string stamp = R"(\[(Mon|Tue|Wed|Thu|Fri|Sat|Sun) [A-Z][a-z]{2} [ \d]\d \d\d:\d\d:\d\d \d{4}\])";
-    std::regex expected(stamp + R"(\[FTL\] fatal 1\n)" +
-                        stamp + R"(\[ERR\] Can't get active document! hr = 0x80004005\n)" +
-                        stamp + "\\[WRN\\] Gr\xC3\xBC\xC3\x9F" "e \xE2\x82\xAC \xF0\x9F\x98\x80\n" +
-                        stamp + R"(\[INF\] info\n)" +
-                        stamp + R"(\[INF\] severity 0 is written as information\n)");
+    const std::string stamp =
+        R"(\[(Mon|Tue|Wed|Thu|Fri|Sat|Sun) [A-Z][a-z]{2} [ \d]\d \d\d:\d\d:\d\d \d{4}\])";
+    std::regex expected(stamp + R"(\[FTL\] fatal 1\n)" + stamp +
+                        R"(\[ERR\] Can't get active document! hr = 0x80004005\n)" + stamp +
+                        "\\[WRN\\] Gr\xC3\xBC\xC3\x9F"
+                        "e \xE2\x82\xAC \xF0\x9F\x98\x80\n" +
+                        stamp + R"(\[INF\] info\n)" + stamp +
+                        R"(\[INF\] severity 0 is written as information\n)");
     EXPECT_TRUE(std::regex_match(text, expected)) << text;
 }
 

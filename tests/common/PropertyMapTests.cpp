@@ -23,10 +23,9 @@ TEST(PropertyMap, OrdersNamesByUtf16CodeUnits) {
     }
     // Upper case before lower case, a prefix before its extensions, "Params10" before "Params2",
     // and a surrogate pair (0xD83D...) before U+FF21 although its code point is higher.
-    std::vector<std::wstring> expected = {L"B",       L"MSO_TITLE", L"MSO_TITLE_DATETIME",
-                                          L"Params1", L"Params10",  L"Params2",
-                                          L"a",       L"z",         L"\u00C4",
-                                          L"\U0001F600", L"\uFF21"};
+    std::vector<std::wstring> expected = {
+        L"B", L"MSO_TITLE", L"MSO_TITLE_DATETIME", L"Params1", L"Params10", L"Params2", L"a",
+        L"z", L"\u00C4",    L"\U0001F600",         L"\uFF21"};
     EXPECT_EQ(Names(map), expected);
 }
 

@@ -10,7 +10,8 @@
 namespace {
 
 std::string Replace(std::string text, const std::string& from, const std::string& to) {
-    for (size_t at = text.find(from); at != std::string::npos; at = text.find(from, at + to.size())) {
+    for (size_t at = text.find(from); at != std::string::npos;
+         at = text.find(from, at + to.size())) {
         text.replace(at, from.size(), to);
     }
     return text;
@@ -154,8 +155,8 @@ protected:
 
 TEST_F(HandOffsForFilesTest, AMissingFileEndsTheWalkWithSuccess) {
     Folder folder = NewStagingFolder();
-    std::wstring files = FileList({Stage(folder, L"eins.pdf"), folder.path + L"\\fehlt.pdf",
-                                   Stage(folder, L"drei.pdf")});
+    std::wstring files = FileList(
+        {Stage(folder, L"eins.pdf"), folder.path + L"\\fehlt.pdf", Stage(folder, L"drei.pdf")});
 
     EXPECT_EQ(WriteHandOffsForFiles(files.c_str(), 3, nullptr, m_list, 0), 1);
     EXPECT_EQ(m_list, HandOffList{folder.id});

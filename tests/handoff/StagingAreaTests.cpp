@@ -95,6 +95,7 @@ TEST_F(StagingAreaTest, ReleaseMarksEveryListedFolderAndSkipsVanishedOnes) {
 }
 
 struct SanitizeCase {
+    const char* label;
     const wchar_t* name;
     const wchar_t* cleaned;
 };
@@ -110,13 +111,15 @@ TEST_P(SanitizeFileNameTest, DropsTheNineReservedCharacters) {
 
 INSTANTIATE_TEST_SUITE_P(
     Names, SanitizeFileNameTest,
-    testing::Values(SanitizeCase{L"Angebot: 12/2024?", L"Angebot 122024"},
-                    SanitizeCase{L"???", L""},
-                    SanitizeCase{L"a\\b/c:d*e?f\"g<h>i|j", L"abcdefghij"},
-                    SanitizeCase{L"Re: Gr\u00FC\u00DFe \u20AC", L"Re Gr\u00FC\u00DFe \u20AC"},
+    testing::Values(SanitizeCase{"Subject", L"Angebot: 12/2024?", L"Angebot 122024"},
+                    SanitizeCase{"OnlyReserved", L"???", L""},
+                    SanitizeCase{"AllNine", L"a\\b/c:d*e?f\"g<h>i|j", L"abcdefghij"},
+                    SanitizeCase{"NonAscii", L"Re: Gr\u00FC\u00DFe \u20AC",
+                                 L"Re Gr\u00FC\u00DFe \u20AC"},
                     // The copy back treats the name as a format: "%%" becomes "%".
-                    SanitizeCase{L"100%% sicher", L"100% sicher"},
-                    SanitizeCase{L"Bericht", L"Bericht"}));
+                    SanitizeCase{"DoublePercent", L"100%% sicher", L"100% sicher"},
+                    SanitizeCase{"Clean", L"Bericht", L"Bericht"}),
+    [](const testing::TestParamInfo<SanitizeCase>& info) { return std::string(info.param.label); });
 
 TEST(SanitizeFileName, StrayFormatSequencesNeitherCrashNorOverflow) {
     wchar_t buffer[MAX_PATH];

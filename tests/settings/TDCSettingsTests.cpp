@@ -34,8 +34,9 @@ TEST_F(SettingsTest, NeitherKeyGivesAccessDeniedAndAnEmptyMap) {
     LogCapture log;
     EXPECT_EQ(m_settings.LoadSettings(), E_ACCESSDENIED);
     EXPECT_TRUE(m_settings.Values().empty());
-    EXPECT_TRUE(log.Contains(L"[ERR] LoadSettings: can not open registry key "
-                             L"(Software\\talvorn\\Talvorn.DorvaneAddin)!\n"))
+    EXPECT_TRUE(
+        log.Contains(L"[ERR] LoadSettings: can not open registry key "
+                     L"(Software\\talvorn\\Talvorn.DorvaneAddin)!\n"))
         << log.Text();
 }
 
@@ -57,12 +58,13 @@ TEST_F(SettingsTest, MachineWideKeyAloneGivesEveryValueAndLogsTheFallbacks) {
     EXPECT_FALSE(m_settings.IsOn(L"MultiProcess"));
 
     std::wstring text = log.Text();
-    EXPECT_NE(text.find(L"[INF] Adding registry key MultiProcess to Settings.\n"), std::wstring::npos)
+    EXPECT_NE(text.find(L"[INF] Adding registry key MultiProcess to Settings.\n"),
+              std::wstring::npos)
         << text;
-    EXPECT_NE(text.find(L"[INF] LoadSettings: can not open registry key (" +
-                        RegistrySandbox::UserPath() +
-                        L") in HKEY_CURRENT_USER try to open it in HKEY_LOCAL_MACHINE!\n"),
-              std::wstring::npos);
+    EXPECT_NE(
+        text.find(L"[INF] LoadSettings: can not open registry key (" + RegistrySandbox::UserPath() +
+                  L") in HKEY_CURRENT_USER try to open it in HKEY_LOCAL_MACHINE!\n"),
+        std::wstring::npos);
     EXPECT_NE(text.find(L"[WRN] LoadSettings: can not open registry key (" +
                         RegistrySandbox::UserPath() + L")!\n"),
               std::wstring::npos);
@@ -76,11 +78,13 @@ TEST_F(SettingsTest, PerUserPassLogsEveryNamedValueItFallsBackOn) {
     ASSERT_EQ(m_settings.LoadSettings(), S_OK);
 
     std::wstring text = log.Text();
-    for (const wchar_t* name : {L"MultiProcess", L"Nosettings", L"Attachments", L"DeleteArcDocs", L"l"}) {
+    for (const wchar_t* name :
+         {L"MultiProcess", L"Nosettings", L"Attachments", L"DeleteArcDocs", L"l"}) {
         EXPECT_NE(text.find(std::wstring(L"[INF] No user registry key found, using global key ") +
                             name + L"\n"),
                   std::wstring::npos)
-            << name << "\n" << text;
+            << name << "\n"
+            << text;
     }
 }
 
@@ -168,7 +172,8 @@ TEST_F(SettingsTest, AdministrativeLockRefusesTheSaveWithAMessage) {
     std::vector<WindowWatcher::Window> seen = watcher.Seen();
     ASSERT_EQ(seen.size(), 1u);
     EXPECT_TRUE(seen[0].HasText(L"Saving Settings are administratively disabled."));
-    EXPECT_TRUE(seen[0].exStyle & WS_EX_TOPMOST);
+    ASSERT_TRUE(seen[0].messageBoxType.has_value());
+    EXPECT_EQ(*seen[0].messageBoxType, static_cast<UINT>(MB_TOPMOST));
     EXPECT_TRUE(m_registry.UserValueNames().empty());
 }
 
@@ -196,7 +201,8 @@ TEST_F(SettingsTest, DeleteParamsStopsAtTheFirstGapAndNeedsTheUserKey) {
 }
 
 TEST_F(SettingsTest, InitializeWritesTheMachineKeyAndTheModuleFolder) {
-    m_settings.SetSetting(L"Params1", SettingValue::StorageTarget(L"label=\"A\" appid=1 configid=2"));
+    m_settings.SetSetting(L"Params1",
+                          SettingValue::StorageTarget(L"label=\"A\" appid=1 configid=2"));
     m_settings.SetSetting(L"Attachments", SettingValue::Bool(1));
     ASSERT_EQ(m_settings.InitializeSettings(), S_OK);
 

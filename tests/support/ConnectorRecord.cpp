@@ -64,7 +64,8 @@ UrlHandlerRemoval::UrlHandlerRemoval() {
 UrlHandlerRemoval::~UrlHandlerRemoval() {
     SetDefault(HKEY_CLASSES_ROOT, L"talvorn", L"URL:talvorn Desktop Connector");
     UniqueHKey key;
-    if (RegOpenKeyExW(HKEY_CLASSES_ROOT, L"talvorn", 0, KEY_ALL_ACCESS, key.put()) == ERROR_SUCCESS) {
+    if (RegOpenKeyExW(HKEY_CLASSES_ROOT, L"talvorn", 0, KEY_ALL_ACCESS, key.put()) ==
+        ERROR_SUCCESS) {
         RegSetValueExW(key.get(), L"URL Protocol", 0, REG_SZ, reinterpret_cast<const BYTE*>(L""),
                        sizeof(wchar_t));
     }

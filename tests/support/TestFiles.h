@@ -64,7 +64,9 @@ class LogCapture {
 public:
     LogCapture();
     std::wstring Text() const;
-    bool Contains(const std::wstring& line) const { return Text().find(line) != std::wstring::npos; }
+    bool Contains(const std::wstring& line) const {
+        return Text().find(line) != std::wstring::npos;
+    }
 
 private:
     std::wstring m_path;

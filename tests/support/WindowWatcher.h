@@ -1,0 +1,150 @@
+// Answers the message boxes and dialogs that the code under test shows on the test's own thread.
+// A watcher thread polls the process's visible top-level dialog windows (class "#32770") every
+// 20 ms, records each new one (caption, extended style, the texts of its visible controls), and
+// acts as the test told it beforehand: it clicks a button, or picks a combo box entry and then
+// clicks. A window nobody expected is recorded and dismissed, so a test never hangs on it.
+//
+// Wine draws message boxes without regard to MB_TOPMOST and the icon flags, so while a watcher
+// lives, the MessageBoxW calls of the code linked into this test program are also noted (through
+// the program's import table) and each box carries the type flags it was asked for.
+//
+//     WindowWatcher watcher;
+//     watcher.Expect(L"Dokument ablegen").Click(IDYES);
+//     EXPECT_EQ(IDYES, AskQuestion(IDS_ASK_DELETE_ARCHIVED));
+//     watcher.Verify();
+#pragma once
+
+#include <windows.h>
+
+#include <iosfwd>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "common/UniqueResource.h"
+
+class WindowWatcher {
+public:
+    struct Control {
+        int id;
+        std::wstring className;  // "Button", "Static", "ComboBox", ...
+        std::wstring text;
+        std::vector<std::wstring> items;  // the entries of a combo box
+    };
+
+    struct Window {
+        std::wstring caption;
+        // The non-empty texts of the visible controls, in the order of the controls.
+        std::vector<std::wstring> texts;
+        std::vector<Control> controls;  // the visible controls only
+        DWORD style;
+        // Under Wine MB_TOPMOST never shows here as WS_EX_TOPMOST; see messageBoxType.
+        DWORD exStyle;
+        HWND owner;  // for comparing only: the window is gone by the time a test reads this
+        // The uType of the MessageBoxW call of this program that showed the window; empty for
+        // other dialogs and for boxes that system code showed.
+        std::optional<UINT> messageBoxType;
+        bool expected;
+        // What went wrong while answering it: a button or entry the test named was missing, or
+        // the window stayed open after the answer.
+        std::vector<std::wstring> problems;
+
+        bool HasText(const std::wstring& text) const;
+        const Control* FindControl(int id) const;
+        // The ids of the visible buttons, in control order.
+        std::vector<int> ButtonIds() const;
+    };
+
+    // Builds the answer to one expected window; every call takes effect at once.
+    class Expectation {
+    public:
+        // Clicks the button with this control id (posted as WM_COMMAND/BN_CLICKED).
+        Expectation& Click(int buttonId);
+        // Selects an entry of a combo box before the click (posted as CB_SETCURSEL followed by
+        // the CBN_SELCHANGE notification a user's pick sends).
+        Expectation& SelectInCombo(int comboId, int index);
+        Expectation& SelectInCombo(int comboId, const std::wstring& text);
+
+    private:
+        friend class WindowWatcher;
+        Expectation(WindowWatcher& watcher, size_t index) : m_watcher(watcher), m_index(index) {}
+        WindowWatcher& m_watcher;
+        size_t m_index;
+    };
+
+    // One watcher at a time: a second one while the first lives throws std::logic_error.
+    WindowWatcher();
+    ~WindowWatcher();
+    WindowWatcher(const WindowWatcher&) = delete;
+    WindowWatcher& operator=(const WindowWatcher&) = delete;
+
+    // The next window with exactly this caption is answered as set up on the result; several
+    // expectations with one caption are used in the order they were made. An expectation without
+    // a Click dismisses its window like an unexpected one.
+    Expectation Expect(const std::wstring& caption);
+
+    // Every window seen so far, in the order they appeared.
+    std::vector<Window> Seen() const;
+    std::vector<Window> Unexpected() const;
+    // The captions of the expectations no window has met.
+    std::vector<std::wstring> Unmet() const;
+
+    // gtest failures for every unexpected window, every unmet expectation and every problem.
+    void Verify() const;
+    // gtest failures for unexpected windows only.
+    void ExpectNoUnexpected() const;
+
+private:
+    struct Action {
+        enum class Kind { SelectIndex, SelectText, Click } kind;
+        int controlId;
+        int index;
+        std::wstring text;
+    };
+
+    struct Plan {
+        std::wstring caption;
+        std::vector<Action> actions;
+        bool used = false;
+    };
+
+    struct Handled {
+        HWND hwnd;
+        size_t record;
+        DWORD answeredAt;
+        int escalations;
+    };
+
+    struct MessageBoxCall {
+        std::wstring caption;
+        std::wstring text;
+        UINT type;
+    };
+
+    class ImportPatch;
+
+    static int WINAPI NotingMessageBoxW(HWND owner, LPCWSTR text, LPCWSTR caption, UINT type);
+    void NoteMessageBox(LPCWSTR text, LPCWSTR caption, UINT type) noexcept;
+    void AddAction(size_t plan, Action action);
+    void Run() noexcept;
+    void Poll();
+    void Answer(HWND dialog, Window& record, const std::vector<Action>& actions);
+    void Escalate(Handled& handled);
+
+    mutable std::mutex m_mutex;
+    std::vector<Plan> m_plans;
+    std::vector<Window> m_seen;
+    // MessageBoxW calls whose window has not been seen yet.
+    std::vector<MessageBoxCall> m_boxCalls;
+    // Touched by the watcher thread only.
+    std::vector<Handled> m_handled;
+
+    std::unique_ptr<ImportPatch> m_messageBoxPatch;
+    UniqueHandle m_stop;
+    std::thread m_thread;
+};
+
+std::ostream& operator<<(std::ostream& out, const WindowWatcher::Window& window);
