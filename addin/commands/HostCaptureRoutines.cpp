@@ -1,0 +1,52 @@
+#include "addin/commands/HostCaptureRoutines.h"
+
+#include "capture/office/OfficeDocumentCapture.h"
+#include "common/HostKind.h"
+#include "common/LogFile.h"
+
+namespace {
+
+HRESULT OutlookCaptureMissing(const wchar_t* routine) {
+    LogError(L"%s: Outlook items can not be archived by this build! hr = 0x%08X\n", routine,
+             E_NOTIMPL);
+    return E_NOTIMPL;
+}
+
+}  // namespace
+
+HRESULT CHostCaptureRoutines::SaveOfficeDocument(int32_t hostKind, IDispatch* application,
+                                                 PathBuffer& path, PropertyMap& map,
+                                                 int32_t majorVersion) {
+    switch (hostKind) {
+    case kHostWord:
+        return SaveWordDocument(application, path, map, majorVersion);
+    case kHostExcel:
+        return SaveExcelDocument(application, path, map, majorVersion);
+    case kHostPowerPoint:
+        return SavePowerPointDocument(application, path, map, majorVersion);
+    default:
+        return E_INVALIDARG;
+    }
+}
+
+HRESULT CHostCaptureRoutines::GetOutlookDocumentCount(IDispatch*) {
+    return OutlookCaptureMissing(L"GetOutlookDocumentCount");
+}
+
+HRESULT CHostCaptureRoutines::SaveOutlookDocument(IDispatch*, PathBuffer*, PropertyMap*, int32_t) {
+    return OutlookCaptureMissing(L"SaveOutlookDocument");
+}
+
+HRESULT CHostCaptureRoutines::SaveOutlookItem(IDispatch*, IDispatch*, int32_t, PathBuffer&,
+                                              PropertyMap&) {
+    return OutlookCaptureMissing(L"SaveOutlookItem");
+}
+
+HRESULT CHostCaptureRoutines::GetAttachmentList(IDispatch*, IDispatch*, AttachmentList&) {
+    return OutlookCaptureMissing(L"GetAttachmentList");
+}
+
+HRESULT CHostCaptureRoutines::SaveAttachments(IDispatch*, IDispatch*, const AttachmentList&,
+                                              FileList&) {
+    return OutlookCaptureMissing(L"SaveAttachments");
+}

@@ -1,0 +1,335 @@
+#include "capture/office/OfficeDocumentCapture.h"
+
+#include <windows.h>
+
+#include <ctime>
+#include <cwchar>
+#include <string>
+
+#include "capture/office/DocumentProperties.h"
+#include "common/Automation.h"
+#include "common/BoundedFormat.h"
+#include "common/ComPtr.h"
+#include "common/LogFile.h"
+#include "common/Variant.h"
+#include "handoff/StagingArea.h"
+
+namespace {
+
+enum class ExtensionRule {
+    // ".docx", ".docm", ".dotx", ".dotm" in all lower or all upper case; anything else is "doc".
+    KnownWordFormats,
+    // Whatever follows the last "." of the name.
+    AfterLastDot,
+};
+
+enum class CopyMethod {
+    WordSaveAs,
+    SaveCopyAsThenSaveAs,
+};
+
+struct OfficeHost {
+    const wchar_t* entryLog;
+    const wchar_t* exitLog;
+    const wchar_t* stagingFailureLog;
+    const wchar_t* activeObject;
+    const wchar_t* noActiveObjectLog;
+    ExtensionRule extensionRule;
+    const wchar_t* modernExtension;  // for a name without extension, from major version 12
+    const wchar_t* legacyExtension;  // the same below 12
+    const wchar_t* saveFailureLog;
+    const wchar_t* firstSaveFailureLog;
+    const wchar_t* nameFailureLog;
+    CopyMethod copyMethod;
+    const wchar_t* saveCopyAsFailureLog;  // null: the fallback to SaveAs is not logged
+    const wchar_t* copyFailureLog;
+    const wchar_t* builtInFailureLog;
+    bool readsFullName;
+    bool marksSaved;
+};
+
+constexpr OfficeHost kWord = {
+    L"Entering SaveWordDocument\n",
+    L"Leave SaveWordDocument\n",
+    L"Failed to get path of temp directory ... SaveWordDocument\n",
+    L"ActiveDocument",
+    L"Can't get active document! hr = 0x%08X\n",
+    ExtensionRule::KnownWordFormats,
+    L"docx",
+    L"doc",
+    L"Can't save active document! hr = 0x%08X\n",
+    L"Can't save initially created document! hr = 0x%08X\n",
+    L"Can't get name of active document! hr = 0x%08X\n",
+    CopyMethod::WordSaveAs,
+    nullptr,
+    L"Can't save initially created document! hr = 0x%08X\n",
+    L"Can't get built-in document properties! hr = 0x%08X\n",
+    true,
+    true,
+};
+
+constexpr OfficeHost kExcel = {
+    L"Entering SaveExcelDocument\n",
+    L"Leave SaveExcelDocument\n",
+    L"Failed to get path of temp directory ... SaveExcelDocument\n",
+    L"ActiveWorkbook",
+    L"Can't get active work book! hr = 0x%08X\n",
+    ExtensionRule::AfterLastDot,
+    L"xlsx",
+    L"xls",
+    L"Can't save workbook! hr = 0x%08X\n",
+    L"Can't save initially created workbook! hr = 0x%08X\n",
+    L"Can't get name of active workbook! hr = 0x%08X\n",
+    CopyMethod::SaveCopyAsThenSaveAs,
+    L"Can not SaveCopyAs active document! hr = 0x%08X\n",
+    L"Failed to save active document! hr = 0x%08X\n",
+    L"Can't get built-in document properties! hr = 0x%08X\n",
+    false,
+    false,
+};
+
+constexpr OfficeHost kPowerPoint = {
+    // "SavePoerPointDocument" is how PowerPoint's entry line has always been spelled.
+    L"Entering SavePoerPointDocument\n",
+    L"Leave SavePowerPointDocument\n",
+    L"Failed to get path of temp directory ... SavePowerPointDocument\n",
+    L"ActivePresentation",
+    L"Can't get active presentation! hr = 0x%08X\n",
+    ExtensionRule::AfterLastDot,
+    L"pptx",
+    L"ppt",
+    L"Can't save active presentation! hr = 0x%08X\n",
+    L"Can't save initially created presentation! hr = 0x%08X\n",
+    L"Can't get name of active presentation! hr = 0x%08X\n",
+    CopyMethod::SaveCopyAsThenSaveAs,
+    nullptr,
+    L"Failed to save active presentation! hr = 0x%08X\n",
+    // PowerPoint reports a missing built-in collection with the custom collection's text.
+    L"Can't get custom document properties! hr = 0x%08X\n",
+    false,
+    false,
+};
+
+constexpr int32_t kFirstXmlFormatVersion = 12;
+
+HRESULT ReadText(IDispatch* object, const wchar_t* name, std::wstring& text) {
+    Variant value;
+    HRESULT hr = GetPropertyNoThrow(object, name, &value);
+    if (SUCCEEDED(hr)) {
+        hr = VariantChangeType(&value, &value, 0, VT_BSTR);
+    }
+    if (SUCCEEDED(hr)) {
+        text = value.bstrVal ? value.bstrVal : L"";
+    }
+    return hr;
+}
+
+HRESULT ReadFlag(IDispatch* object, const wchar_t* name, bool& flag) {
+    Variant value;
+    HRESULT hr = GetPropertyNoThrow(object, name, &value);
+    if (SUCCEEDED(hr)) {
+        hr = VariantChangeType(&value, &value, 0, VT_BOOL);
+    }
+    if (SUCCEEDED(hr)) {
+        flag = value.boolVal != VARIANT_FALSE;
+    }
+    return hr;
+}
+
+std::wstring ExtensionOf(const OfficeHost& host, const std::wstring& name, int32_t majorVersion) {
+    const size_t dot = name.rfind(L'.');
+    if (dot == std::wstring::npos) {
+        return majorVersion >= kFirstXmlFormatVersion ? host.modernExtension : host.legacyExtension;
+    }
+    const std::wstring extension = name.substr(dot + 1);
+    if (host.extensionRule == ExtensionRule::AfterLastDot) {
+        return extension;
+    }
+    for (const wchar_t* known : {L"docx", L"docm", L"dotx", L"dotm", L"DOCX", L"DOCM", L"DOTX",
+                                 L"DOTM"}) {
+        if (extension == known) {
+            std::wstring lower(known);
+            CharLowerW(lower.data());
+            return lower;
+        }
+    }
+    return L"doc";
+}
+
+unsigned CurrentTime() { return static_cast<unsigned>(_time64(nullptr)); }
+
+bool IsDirectory(const wchar_t* path) {
+    DWORD attributes = GetFileAttributesW(path);
+    return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY);
+}
+
+HRESULT WriteStagedCopy(const OfficeHost& host, IDispatch* document, const wchar_t* stagedPath) {
+    Variant file(stagedPath);
+    if (host.copyMethod == CopyMethod::WordSaveAs) {
+        Variant keepFormat;
+        keepFormat.vt = VT_ERROR;
+        keepFormat.scode = DISP_E_PARAMNOTFOUND;
+        Variant lockComments(false);
+        Variant password(L"");
+        Variant addToRecentFiles(false);
+        HRESULT hr = CallMethodNoThrow(document, L"SaveAs",
+                                       {&file, &keepFormat, &lockComments, &password,
+                                        &addToRecentFiles});
+        if (FAILED(hr)) {
+            LogError(host.copyFailureLog, hr);
+        }
+        return hr;
+    }
+    HRESULT hr = CallMethodNoThrow(document, L"SaveCopyAs", {&file});
+    if (SUCCEEDED(hr)) {
+        return hr;
+    }
+    if (host.saveCopyAsFailureLog) {
+        LogError(host.saveCopyAsFailureLog, hr);
+    }
+    hr = CallMethodNoThrow(document, L"SaveAs", {&file});
+    if (FAILED(hr)) {
+        LogError(host.copyFailureLog, hr);
+    }
+    return hr;
+}
+
+void CollectProperties(const OfficeHost& host, IDispatch* document, PropertyMap& map) {
+    Variant custom;
+    HRESULT hr = GetPropertyNoThrow(document, L"CustomDocumentProperties", &custom);
+    if (FAILED(hr)) {
+        LogError(L"Can't get custom document properties! hr = 0x%08X\n", hr);
+    } else {
+        CopyProperties(&custom, 0, &map);
+    }
+    Variant builtIn;
+    hr = GetPropertyNoThrow(document, L"BuiltInDocumentProperties", &builtIn);
+    if (FAILED(hr)) {
+        LogError(host.builtInFailureLog, hr);
+    } else {
+        CopyProperties(&builtIn, 1, &map);
+    }
+}
+
+HRESULT SaveOfficeDocument(const OfficeHost& host, IDispatch* application, PathBuffer& path,
+                           PropertyMap& map, int32_t majorVersion) {
+    LogInfo(host.entryLog);
+    if (!CreateStagingFolder(path.data(), path.size())) {
+        LogError(host.stagingFailureLog);
+        return E_FAIL;
+    }
+    const std::wstring folder = path.data();
+
+    ComPtr<IDispatch> document;
+    HRESULT hr = GetObjectPropertyNoThrow(application, host.activeObject, document.put());
+    if (FAILED(hr)) {
+        LogError(host.noActiveObjectLog, hr);
+        return hr;
+    }
+    std::wstring documentPath;
+    hr = ReadText(document.get(), L"Path", documentPath);
+    if (FAILED(hr)) {
+        LogError(L"Can't get path of active document! hr = 0x%08X\n", hr);
+        return hr;
+    }
+    bool readOnly = false;
+    hr = ReadFlag(document.get(), L"ReadOnly", readOnly);
+    if (FAILED(hr)) {
+        LogError(L"Can't get ReadOnly flag of active document! hr = 0x%08X\n", hr);
+        return hr;
+    }
+
+    // The file the document itself lives in once it was first saved into the staging folder.
+    std::wstring firstSavePath;
+    if (!documentPath.empty() && !readOnly) {
+        hr = CallMethodNoThrow(document.get(), L"Save");
+        if (FAILED(hr)) {
+            LogError(host.saveFailureLog, hr);
+            return hr;
+        }
+    } else {
+        std::wstring name;
+        hr = ReadText(document.get(), L"Name", name);
+        if (FAILED(hr)) {
+            LogError(host.nameFailureLog, hr);
+            return hr;
+        }
+        wchar_t base[MAX_PATH];
+        wchar_t temporary[MAX_PATH];
+        if (!FormatBounded(base, MAX_PATH, L"%sdorvane_%08X", folder.c_str(), CurrentTime()) ||
+            !FormatBounded(temporary, MAX_PATH, L"%s.%s", base,
+                           ExtensionOf(host, name, majorVersion).c_str())) {
+            LogError(host.firstSaveFailureLog, HRESULT_FROM_WIN32(ERROR_FILENAME_EXCED_RANGE));
+            return HRESULT_FROM_WIN32(ERROR_FILENAME_EXCED_RANGE);
+        }
+        LogInfo(L"Temporary file to save initially created document is %s\n", temporary);
+        Variant file(temporary);
+        hr = CallMethodNoThrow(document.get(), L"SaveAs", {&file});
+        if (FAILED(hr)) {
+            LogError(host.firstSaveFailureLog, hr);
+            return hr;
+        }
+        firstSavePath = temporary;
+    }
+
+    std::wstring name;
+    hr = ReadText(document.get(), L"Name", name);
+    std::wstring fullName;
+    if (SUCCEEDED(hr) && host.readsFullName) {
+        hr = ReadText(document.get(), L"FullName", fullName);
+    }
+    if (FAILED(hr)) {
+        LogError(host.nameFailureLog, hr);
+        return hr;
+    }
+
+    wchar_t staged[MAX_PATH];
+    bool fits = FormatBounded(staged, MAX_PATH, L"%s%s", folder.c_str(), name.c_str());
+    const std::wstring& currentFile = firstSavePath.empty() ? fullName : firstSavePath;
+    if (fits && !currentFile.empty() && lstrcmpiW(staged, currentFile.c_str()) == 0) {
+        wchar_t prefix[MAX_PATH];
+        fits = FormatBounded(prefix, MAX_PATH, L"%s%X_", folder.c_str(), CurrentTime()) &&
+               FormatBounded(staged, MAX_PATH, L"%s%s", prefix, name.c_str());
+    }
+    if (!fits) {
+        LogError(host.copyFailureLog, HRESULT_FROM_WIN32(ERROR_FILENAME_EXCED_RANGE));
+        return HRESULT_FROM_WIN32(ERROR_FILENAME_EXCED_RANGE);
+    }
+    if (GetFileAttributesW(staged) != INVALID_FILE_ATTRIBUTES && !IsDirectory(staged)) {
+        DeleteFileW(staged);
+    }
+    hr = WriteStagedCopy(host, document.get(), staged);
+    if (FAILED(hr)) {
+        return hr;
+    }
+    CopyBounded(path.data(), path.size(), staged);
+
+    CollectProperties(host, document.get(), map);
+
+    if (host.marksSaved) {
+        Variant saved(true);
+        hr = PutPropertyNoThrow(document.get(), L"Saved", saved);
+        if (FAILED(hr)) {
+            LogError(L"Failed to set saved flag of the current word document! hr = 0x%08X\n", hr);
+        }
+    }
+    LogInfo(host.exitLog);
+    return S_OK;
+}
+
+}  // namespace
+
+HRESULT SaveWordDocument(IDispatch* application, PathBuffer& path, PropertyMap& map,
+                         int32_t majorVersion) {
+    return SaveOfficeDocument(kWord, application, path, map, majorVersion);
+}
+
+HRESULT SaveExcelDocument(IDispatch* application, PathBuffer& path, PropertyMap& map,
+                          int32_t majorVersion) {
+    return SaveOfficeDocument(kExcel, application, path, map, majorVersion);
+}
+
+HRESULT SavePowerPointDocument(IDispatch* application, PathBuffer& path, PropertyMap& map,
+                               int32_t majorVersion) {
+    return SaveOfficeDocument(kPowerPoint, application, path, map, majorVersion);
+}
