@@ -1,0 +1,374 @@
+#include "addin/TalvornAddin.h"
+
+#include <cwchar>
+#include <string>
+
+#include "addin/Ribbon.h"
+#include "addin/commands/ArchiveCommands.h"
+#include "common/Automation.h"
+#include "common/ComError.h"
+#include "common/HostKind.h"
+#include "common/LogFile.h"
+#include "common/Variant.h"
+#include "server/ComServer.h"
+
+namespace {
+
+// Shared with the registration and the capture code: the host names in this order.
+struct HostName {
+    const wchar_t* name;
+    int32_t kind;
+};
+constexpr HostName kHostNames[] = {
+    {L"Outlook", kHostOutlook},
+    {L"Microsoft Word", kHostWord},
+    {L"Microsoft Excel", kHostExcel},
+    {L"Microsoft PowerPoint", kHostPowerPoint},
+};
+
+constexpr int32_t kFirstRibbonVersion = 12;
+constexpr int32_t kFirstOutlookRibbonVersion = 14;
+
+// The attachment choice arrives with the further dialogs; until then no attachment is chosen.
+class NoAttachmentChoice : public AttachmentChooser {
+public:
+    int ChooseAttachments(AttachmentList&) override {
+        LogWarning(L"The attachment choice dialog is not part of this build.\n");
+        return 0;
+    }
+};
+
+// The object argument of a callback: the first argument, which Invoke receives last.
+ComPtr<IDispatch> FirstObjectArgument(const DISPPARAMS& params) {
+    ComPtr<IDispatch> object;
+    if (params.cArgs < 1 || !params.rgvarg) {
+        return object;
+    }
+    const VARIANT& first = params.rgvarg[params.cArgs - 1];
+    if (first.vt == VT_DISPATCH) {
+        object = ComPtr<IDispatch>(first.pdispVal);
+    } else if (first.vt == (VT_DISPATCH | VT_BYREF) && first.ppdispVal) {
+        object = ComPtr<IDispatch>(*first.ppdispVal);
+    }
+    return object;
+}
+
+}  // namespace
+
+HRESULT CTalvornAddin::QueryInterface(REFIID riid, void** ppv) {
+    if (!ppv) {
+        return E_POINTER;
+    }
+    *ppv = nullptr;
+    if (riid == IID_IUnknown || riid == IID_IDispatch || riid == IID_IDTExtensibility2) {
+        *ppv = static_cast<IDTExtensibility2*>(this);
+    } else if (riid == IID_IRibbonExtensibility) {
+        *ppv = static_cast<IRibbonExtensibility*>(this);
+    } else {
+        return E_NOINTERFACE;
+    }
+    AddRef();
+    return S_OK;
+}
+
+ULONG CTalvornAddin::AddRef() { return ++m_refCount; }
+
+ULONG CTalvornAddin::Release() {
+    ULONG count = --m_refCount;
+    if (count == 0) {
+        ObjectDestroyed();
+        delete this;
+    }
+    return count;
+}
+
+HRESULT CTalvornAddin::GetTypeInfoCount(UINT* count) {
+    if (!count) {
+        return E_POINTER;
+    }
+    *count = 0;
+    return S_OK;
+}
+
+HRESULT CTalvornAddin::GetTypeInfo(UINT, LCID, ITypeInfo** info) {
+    if (!info) {
+        return E_POINTER;
+    }
+    *info = nullptr;
+    return E_FAIL;
+}
+
+HRESULT CTalvornAddin::GetIDsOfNames(REFIID riid, LPOLESTR* names, UINT count, LCID, DISPID* ids) {
+    if (riid != IID_NULL) {
+        return DISP_E_UNKNOWNINTERFACE;
+    }
+    if (!names || !ids) {
+        return E_POINTER;
+    }
+    if (count != 1) {
+        return E_INVALIDARG;
+    }
+    ids[0] = RibbonCallbackId(names[0]);
+    return ids[0] == DISPID_UNKNOWN ? DISP_E_UNKNOWNNAME : S_OK;
+}
+
+HRESULT CTalvornAddin::Invoke(DISPID id, REFIID riid, LCID, WORD, DISPPARAMS* params,
+                              VARIANT* result, EXCEPINFO*, UINT*) {
+    if (riid != IID_NULL) {
+        return DISP_E_UNKNOWNINTERFACE;
+    }
+    if (!params) {
+        return E_POINTER;
+    }
+    if (id < kCallbackArchive || id > kCallbackAttachmentSingleOutlook) {
+        return DISP_E_MEMBERNOTFOUND;
+    }
+    try {
+        return RunCallback(id, params, result);
+    } catch (...) {
+        HRESULT hr = HResultFromCaughtException();
+        LogError(L"Ribbon callback %d failed! hr = 0x%08X\n", static_cast<int>(id), hr);
+        // The commands report their own failures; only the image callback has a result.
+        return id == kCallbackGetImage ? hr : S_OK;
+    }
+}
+
+HRESULT CTalvornAddin::RunCallback(DISPID id, DISPPARAMS* params, VARIANT* result) {
+    NoAttachmentChoice noChoice;
+    CommandContext context{m_hostKind, m_hostMajorVersion, m_application.get(), m_captures,
+                           noChoice};
+    switch (id) {
+    case kCallbackArchive:
+        OnArchive(context);
+        return S_OK;
+    case kCallbackAttachment:
+        OnAttachment(context, nullptr);
+        return S_OK;
+    case kCallbackArchiveSingleOutlook:
+    case kCallbackAttachmentSingleOutlook: {
+        ComPtr<IDispatch> control = FirstObjectArgument(*params);
+        ComPtr<IDispatch> window;
+        // Without the button's window there is no item to archive: nothing happens.
+        if (control && SUCCEEDED(GetObjectPropertyNoThrow(control.get(), L"Context", window.put()))) {
+            if (id == kCallbackArchiveSingleOutlook) {
+                OnArchiveSingleOutlook(context, window.get());
+            } else {
+                OnAttachmentSingleOutlook(context, window.get());
+            }
+        }
+        return S_OK;
+    }
+    case kCallbackGetImage: {
+        if (params->cArgs < 1 || !params->rgvarg) {
+            return DISP_E_BADPARAMCOUNT;
+        }
+        Variant name;
+        HRESULT hr = VariantChangeType(&name, &params->rgvarg[params->cArgs - 1], 0, VT_BSTR);
+        if (FAILED(hr)) {
+            return hr;
+        }
+        return LoadRibbonImage(name.bstrVal ? name.bstrVal : L"", result);
+    }
+    default:
+        // The settings and info buttons open dialogs that are not part of this build yet.
+        return S_OK;
+    }
+}
+
+HRESULT CTalvornAddin::OnConnection(IDispatch* application, ext_ConnectMode connectMode,
+                                    IDispatch*, SAFEARRAY** custom) {
+    if (!application) {
+        return E_POINTER;
+    }
+    m_application = ComPtr<IDispatch>(application);
+    if (connectMode != ext_cm_Startup) {
+        // Loaded after the host started: the host will not call OnStartupComplete itself.
+        OnStartupComplete(custom);
+    }
+    return S_OK;
+}
+
+HRESULT CTalvornAddin::OnStartupComplete(SAFEARRAY**) {
+    try {
+        return StartUp();
+    } catch (...) {
+        HRESULT hr = HResultFromCaughtException();
+        LogError(L"OnStartupComplete failed! hr = 0x%08X\n", hr);
+        return hr;
+    }
+}
+
+HRESULT CTalvornAddin::StartUp() {
+    HRESULT hr = m_settings.LoadSettings();
+    if (FAILED(hr)) {
+        LogError(L"Failed to load settings!\n");
+        return hr;
+    }
+    Variant name;
+    hr = GetPropertyNoThrow(m_application.get(), L"Name", &name);
+    if (SUCCEEDED(hr)) {
+        hr = VariantChangeType(&name, &name, 0, VT_BSTR);
+    }
+    if (FAILED(hr)) {
+        LogError(L"Failed to get office application name! hr = 0x%08X\n", hr);
+        return hr;
+    }
+    const wchar_t* hostName = name.bstrVal ? name.bstrVal : L"";
+    LogInfo(L"Office Application %s\n", hostName);
+
+    Variant version;
+    hr = GetPropertyNoThrow(m_application.get(), L"Version", &version);
+    if (SUCCEEDED(hr)) {
+        hr = VariantChangeType(&version, &version, 0, VT_BSTR);
+    }
+    if (FAILED(hr)) {
+        LogError(L"Can't get version from application! hr = 0x%08X\n", hr);
+        return hr;
+    }
+    const std::wstring fullVersion = version.bstrVal ? version.bstrVal : L"";
+    const std::wstring major = fullVersion.substr(0, fullVersion.find(L'.'));
+    LogInfo(L"%s Version: %s (%s)\n", hostName, major.c_str(), fullVersion.c_str());
+    m_hostMajorVersion = static_cast<int32_t>(wcstol(major.c_str(), nullptr, 10));
+
+    m_hostKind = kHostOther;
+    for (const HostName& known : kHostNames) {
+        if (lstrcmpW(hostName, known.name) == 0) {
+            m_hostKind = known.kind;
+            break;
+        }
+    }
+
+    if (m_hostKind != kHostOutlook) {
+        Variant commandBars;
+        hr = GetPropertyNoThrow(m_application.get(), L"CommandBars", &commandBars);
+        if (FAILED(hr)) {
+            LogError(L"Failed to access CommandBars property! hr = 0x%08X\n", hr);
+            return hr;
+        }
+    } else if (m_hostMajorVersion < kFirstOutlookRibbonVersion) {
+        hr = ReadOutlookWindows();
+        if (FAILED(hr)) {
+            return hr;
+        }
+    }
+
+    if (!UsesCommandBars()) {
+        LogInfo(L"cancel OnStartupComplete, we want to use Ribbons!\n");
+        return S_OK;
+    }
+    // The legacy command-bar buttons are not part of this build: the add-in stays loaded
+    // without buttons in hosts before the ribbon.
+    LogWarning(L"Command bar buttons are not available in this build.\n");
+    if (m_hostKind == kHostWord) {
+        return MarkWordTemplateSaved();
+    }
+    return S_OK;
+}
+
+HRESULT CTalvornAddin::ReadOutlookWindows() {
+    ComPtr<IDispatch> explorer;
+    HRESULT hr = GetObjectPropertyNoThrow(m_application.get(), L"ActiveExplorer", explorer.put());
+    if (FAILED(hr)) {
+        LogError(L"Failed to access ActiveExplorer property! hr = 0x%08X\n", hr);
+        return hr;
+    }
+    if (m_settings.IsOn(L"MultiProcess")) {
+        Variant explorers;
+        hr = GetPropertyNoThrow(m_application.get(), L"Explorers", &explorers);
+        if (FAILED(hr)) {
+            // The Explorers failure has always been reported with the ActiveExplorer text.
+            LogError(L"Failed to access ActiveExplorer property! hr = 0x%08X\n", hr);
+            return hr;
+        }
+    }
+    Variant commandBars;
+    hr = GetPropertyNoThrow(explorer.get(), L"CommandBars", &commandBars);
+    if (FAILED(hr)) {
+        LogError(L"Failed to access CommandBars property! hr = 0x%08X\n", hr);
+        return hr;
+    }
+    Variant inspectors;
+    hr = GetPropertyNoThrow(m_application.get(), L"Inspectors", &inspectors);
+    if (FAILED(hr)) {
+        LogError(L"Failed to access Inspectors property! hr = 0x%08X\n", hr);
+        return hr;
+    }
+    return S_OK;
+}
+
+HRESULT CTalvornAddin::MarkWordTemplateSaved() {
+    ComPtr<IDispatch> templateDocument;
+    HRESULT hr = GetObjectPropertyNoThrow(m_application.get(), L"CustomizationContext",
+                                          templateDocument.put());
+    if (FAILED(hr)) {
+        LogError(L"Failed to get the current word template! hr = 0x%08X\n", hr);
+        return hr;
+    }
+    // Word expects the flag as a VT_I2 -1, which is what it has always been sent.
+    Variant saved;
+    saved.vt = VT_I2;
+    saved.iVal = -1;
+    hr = PutPropertyNoThrow(templateDocument.get(), L"Saved", saved);
+    if (FAILED(hr)) {
+        LogError(L"Failed to set saved flag of the current word template! hr = 0x%08X\n", hr);
+        return hr;
+    }
+    return S_OK;
+}
+
+bool CTalvornAddin::UsesCommandBars() const noexcept {
+    return m_hostMajorVersion < kFirstOutlookRibbonVersion &&
+           (m_hostMajorVersion < kFirstRibbonVersion || m_hostKind == kHostOutlook);
+}
+
+HRESULT CTalvornAddin::OnBeginShutdown(SAFEARRAY**) {
+    if (!UsesCommandBars()) {
+        LogInfo(L"cancel OnBeginShutdown, we used Ribbons!\n");
+    }
+    return S_OK;
+}
+
+HRESULT CTalvornAddin::OnDisconnection(ext_DisconnectMode removeMode, SAFEARRAY** custom) {
+    if (removeMode != ext_dm_HostShutdown) {
+        // Unloaded by the user: the host did not call OnBeginShutdown.
+        OnBeginShutdown(custom);
+    }
+    LogInfo(L"Addin is being unloaded %s.\n",
+            removeMode != ext_dm_HostShutdown ? L"by the user" : L"on shutdown");
+    m_application.reset();
+    return S_OK;
+}
+
+HRESULT CTalvornAddin::OnAddInsUpdate(SAFEARRAY**) { return S_OK; }
+
+HRESULT CTalvornAddin::GetCustomUI(BSTR ribbonId, BSTR* ribbonXml) {
+    if (!ribbonXml) {
+        return E_POINTER;
+    }
+    *ribbonXml = nullptr;
+    try {
+        const wchar_t* id = ribbonId ? ribbonId : L"";
+        LogInfo(L"RibbonID: %s\n", id);
+        if (!IsServedRibbon(id)) {
+            return S_OK;
+        }
+        // Each window's markup reflects the settings as they are now.
+        CTDCSettings settings;
+        if (FAILED(settings.LoadSettings())) {
+            LogError(L"Failed to load settings!\n");
+            return S_OK;
+        }
+        RibbonOptions options{settings.IsOn(L"Attachments"), settings.IsOn(L"Nosettings")};
+        std::optional<std::wstring> xml = BuildRibbonXml(id, options);
+        if (!xml) {
+            return S_OK;
+        }
+        BStr markup(xml->c_str());
+        LogInfo(options.noSettings ? L"returning RibbonXML (no settings)\n"
+                                   : L"returning RibbonXML\n");
+        *ribbonXml = markup.release();
+        return S_OK;
+    } catch (...) {
+        return HResultFromCaughtException();
+    }
+}

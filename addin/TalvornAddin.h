@@ -1,0 +1,75 @@
+// The add-in object an Office host creates by the ProgID "Talvorn.DorvaneAddin". Its first face,
+// IDTExtensibility2, is its identity and carries the host connection; its second face,
+// IRibbonExtensibility, serves the ribbon markup. Both faces' IDispatch receive the ribbon
+// callbacks. It lives on the host's user-interface thread: the reference count is a plain integer.
+#pragma once
+
+#include <windows.h>
+
+#include <cstdint>
+#include <memory>
+
+#include "addin/OfficeInterfaces.h"
+#include "addin/commands/CaptureRoutines.h"
+#include "addin/commands/HostCaptureRoutines.h"
+#include "common/ComPtr.h"
+#include "settings/TDCSettings.h"
+
+// {9BEC1BC7-AFD5-4B83-B6FF-1AB8711015D9}
+inline constexpr CLSID CLSID_TalvornAddin = {
+    0x9BEC1BC7, 0xAFD5, 0x4B83, {0xB6, 0xFF, 0x1A, 0xB8, 0x71, 0x10, 0x15, 0xD9}};
+
+class CTalvornAddin final : public IDTExtensibility2, public IRibbonExtensibility {
+public:
+    CTalvornAddin() = default;
+    CTalvornAddin(const CTalvornAddin&) = delete;
+    CTalvornAddin& operator=(const CTalvornAddin&) = delete;
+
+    // IUnknown (shared by both faces)
+    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) override;
+    ULONG STDMETHODCALLTYPE AddRef() override;
+    ULONG STDMETHODCALLTYPE Release() override;
+
+    // IDispatch (shared by both faces): the ribbon callbacks
+    HRESULT STDMETHODCALLTYPE GetTypeInfoCount(UINT* count) override;
+    HRESULT STDMETHODCALLTYPE GetTypeInfo(UINT index, LCID lcid, ITypeInfo** info) override;
+    HRESULT STDMETHODCALLTYPE GetIDsOfNames(REFIID riid, LPOLESTR* names, UINT count, LCID lcid,
+                                            DISPID* ids) override;
+    HRESULT STDMETHODCALLTYPE Invoke(DISPID id, REFIID riid, LCID lcid, WORD flags,
+                                     DISPPARAMS* params, VARIANT* result, EXCEPINFO* excep,
+                                     UINT* argError) override;
+
+    // IDTExtensibility2
+    HRESULT STDMETHODCALLTYPE OnConnection(IDispatch* application, ext_ConnectMode connectMode,
+                                           IDispatch* addInInst, SAFEARRAY** custom) override;
+    HRESULT STDMETHODCALLTYPE OnDisconnection(ext_DisconnectMode removeMode,
+                                              SAFEARRAY** custom) override;
+    HRESULT STDMETHODCALLTYPE OnAddInsUpdate(SAFEARRAY** custom) override;
+    HRESULT STDMETHODCALLTYPE OnStartupComplete(SAFEARRAY** custom) override;
+    HRESULT STDMETHODCALLTYPE OnBeginShutdown(SAFEARRAY** custom) override;
+
+    // IRibbonExtensibility
+    HRESULT STDMETHODCALLTYPE GetCustomUI(BSTR ribbonId, BSTR* ribbonXml) override;
+
+    int32_t HostKind() const noexcept { return m_hostKind; }
+    int32_t HostMajorVersion() const noexcept { return m_hostMajorVersion; }
+
+private:
+    // Only the final Release (or the class factory, before the first reference) destroys it.
+    friend struct std::default_delete<CTalvornAddin>;
+    ~CTalvornAddin() = default;
+
+    HRESULT StartUp();
+    // The mode is never stored: ribbon from version 12 (Outlook from 14), command bars below.
+    bool UsesCommandBars() const noexcept;
+    HRESULT ReadOutlookWindows();
+    HRESULT MarkWordTemplateSaved();
+    HRESULT RunCallback(DISPID id, DISPPARAMS* params, VARIANT* result);
+
+    ComPtr<IDispatch> m_application;
+    ULONG m_refCount = 0;
+    int32_t m_hostKind = 0;
+    CTDCSettings m_settings;
+    int32_t m_hostMajorVersion = 0;
+    CHostCaptureRoutines m_captures;
+};
