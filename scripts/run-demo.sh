@@ -1,10 +1,22 @@
 #!/bin/sh
-# Archives the sample document through the real staging and hand-off code in the build's prefix.
+# The demo: registers the built add-in in the build's Wine prefix with regsvr32 from a folder
+# holding the sample setup.ini (as an administrator installs it), then archives the sample
+# document through the simulated Word host, which loads the add-in over COM.
 set -eu
 BUILD_DIR=$(cd "$1" && pwd)
 top=$(cd "$(dirname "$0")/.." && pwd)
 . "$top/scripts/wine-env.sh"
 "$top/scripts/wine-prefix.sh" "$BUILD_DIR"
 "$top/scripts/register-stub-connector.sh" "$BUILD_DIR"
-wine regedit /S "Z:$(printf '%s' "$top/tools/samples/demo-settings.reg" | tr / '\\')" >/dev/null 2>&1
-wine "$BUILD_DIR/tools/hostsim/hostsim.exe" "Z:$(printf '%s' "$top/tools/samples/Angebot 2024.docx" | tr / '\\')"
+
+winpath() { printf 'Z:%s' "$1" | tr / '\\'; }
+
+# setup.ini is read from the current directory of regsvr32.
+cp "$top/tools/samples/setup.ini" "$BUILD_DIR/addin/setup.ini"
+(cd "$BUILD_DIR/addin" && wine regsvr32 /s TalvornAddin.dll)
+printf 'registered %s from %s\n' "$(winpath "$BUILD_DIR/addin/TalvornAddin.dll")" "$(winpath "$BUILD_DIR/addin/setup.ini")"
+wine "$BUILD_DIR/tools/hostsim/hostsim.exe" --host word --property "Kunde=Muster GmbH" \
+    "$(winpath "$top/tools/samples/Angebot 2024.docx")"
+status=$?
+wineserver -w
+exit $status
