@@ -220,6 +220,13 @@ ComPtr<AutomationObject> Application(const Options& options, AutomationObject* d
     application->Property(L"Name", Variant(options.host->applicationName))
         .Property(L"Version", Variant(options.version.c_str()))
         .Property(L"CommandBars", Variant(static_cast<IDispatch*>(AutomationObject::Create().get())));
+    if (lstrcmpW(options.host->option, L"word") == 0) {
+        // The template that receives customisations; the add-in marks it saved in command-bar mode.
+        ComPtr<AutomationObject> normalTemplate = AutomationObject::Create();
+        normalTemplate->Property(L"Name", Variant(L"Normal.dotm")).Property(L"Saved", Variant(true));
+        application->Property(L"CustomizationContext",
+                              Variant(static_cast<IDispatch*>(normalTemplate.get())));
+    }
     if (document && options.host->activeObject) {
         application->Property(options.host->activeObject, Variant(static_cast<IDispatch*>(document)));
     }
