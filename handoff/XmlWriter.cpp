@@ -1,6 +1,5 @@
 #include "handoff/XmlWriter.h"
 
-#include <cstdarg>
 #include <cstdio>
 
 #include "common/BoundedFormat.h"
@@ -16,34 +15,25 @@ bool CXmlWriter::Open() noexcept {
     return _wfopen_s(m_stream.put(), m_path.c_str(), L"w, ccs=UTF-8") == 0 && m_stream;
 }
 
-void CXmlWriter::Print(const wchar_t* format, ...) {
-    if (!m_stream) {
-        return;
+void CXmlWriter::Write(const std::wstring& text) {
+    if (m_stream) {
+        fputws(text.c_str(), m_stream.get());
     }
-    va_list args;
-    va_start(args, format);
-    std::wstring text;
-    try {
-        text = FormatStringV(format, args);
-    } catch (...) {
-        va_end(args);
-        throw;
-    }
-    va_end(args);
-    fputws(text.c_str(), m_stream.get());
+}
+
+// Every element starts on a line of its own, indented by one tab per level.
+void CXmlWriter::NewLine() {
+    Write(L"\n" + std::wstring(static_cast<size_t>(m_depth > 0 ? m_depth : 0), L'\t'));
 }
 
 // "\n", the indentation, "<name" and the queued attributes, popped name first.
 void CXmlWriter::StartTag(const wchar_t* name) {
-    Print(L"\n");
-    for (int32_t level = 0; level < m_depth; ++level) {
-        Print(L"\t");
-    }
-    Print(L"<%s", name);
+    NewLine();
+    Write(FormatString(L"<%s", name));
     while (m_pendingAttributes.size() >= 2) {
-        Print(L" %s=", m_pendingAttributes.back().c_str());
+        Write(FormatString(L" %s=", m_pendingAttributes.back().c_str()));
         m_pendingAttributes.pop_back();
-        Print(L"\"%s\"", m_pendingAttributes.back().c_str());
+        Write(FormatString(L"\"%s\"", m_pendingAttributes.back().c_str()));
         m_pendingAttributes.pop_back();
     }
     m_pendingAttributes.clear();
@@ -56,39 +46,33 @@ void CXmlWriter::AddAttribute(const wchar_t* name, const wchar_t* value) {
 
 void CXmlWriter::StartElement(const wchar_t* name) {
     StartTag(name);
-    Print(L">");
+    Write(L">");
     m_openElements.emplace_back(name);
     ++m_depth;
 }
 
 void CXmlWriter::WriteElement(const wchar_t* name, const wchar_t* text) {
     StartTag(name);
-    Print(L">%s</%s>", text, name);
+    Write(FormatString(L">%s</%s>", text, name));
 }
 
 void CXmlWriter::WriteCDataElement(const wchar_t* name, const wchar_t* text) {
     StartTag(name);
-    Print(L"><![CDATA[%s]]></%s>", text, name);
+    Write(FormatString(L"><![CDATA[%s]]></%s>", text, name));
 }
 
 void CXmlWriter::WriteComment(const wchar_t* text) {
-    Print(L"\n");
-    for (int32_t level = 0; level < m_depth; ++level) {
-        Print(L"\t");
-    }
-    Print(L"<!--%s-->", text);
+    NewLine();
+    Write(FormatString(L"<!--%s-->", text));
 }
 
 void CXmlWriter::EndElement() {
     if (m_openElements.empty()) {
         return;
     }
-    Print(L"\n");
     --m_depth;
-    for (int32_t level = 0; level < m_depth; ++level) {
-        Print(L"\t");
-    }
-    Print(L"</%s>", m_openElements.back().c_str());
+    NewLine();
+    Write(FormatString(L"</%s>", m_openElements.back().c_str()));
     m_openElements.pop_back();
 }
 

@@ -32,7 +32,8 @@ public:
     void Close() noexcept;
 
 private:
-    void Print(const wchar_t* format, ...);
+    void Write(const std::wstring& text);
+    void NewLine();
     void StartTag(const wchar_t* name);
 
     std::wstring m_path;
