@@ -163,23 +163,33 @@ bool IsDirectory(const wchar_t* path) {
     return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY);
 }
 
+// Saves the document as `path`, which becomes its file. Word is given its five arguments: the
+// format omitted so that the document keeps its own, no comment lock, no password, and not added
+// to the recent files, so that staging folders never show up there.
+HRESULT SaveDocumentAs(const OfficeHost& host, IDispatch* document, const wchar_t* path) {
+    Variant file(path);
+    if (host.copyMethod != CopyMethod::WordSaveAs) {
+        return CallMethodNoThrow(document, L"SaveAs", {&file});
+    }
+    Variant keepFormat;
+    keepFormat.vt = VT_ERROR;
+    keepFormat.scode = DISP_E_PARAMNOTFOUND;
+    Variant lockComments(false);
+    Variant password(L"");
+    Variant addToRecentFiles(false);
+    return CallMethodNoThrow(document, L"SaveAs",
+                             {&file, &keepFormat, &lockComments, &password, &addToRecentFiles});
+}
+
 HRESULT WriteStagedCopy(const OfficeHost& host, IDispatch* document, const wchar_t* stagedPath) {
-    Variant file(stagedPath);
     if (host.copyMethod == CopyMethod::WordSaveAs) {
-        Variant keepFormat;
-        keepFormat.vt = VT_ERROR;
-        keepFormat.scode = DISP_E_PARAMNOTFOUND;
-        Variant lockComments(false);
-        Variant password(L"");
-        Variant addToRecentFiles(false);
-        HRESULT hr = CallMethodNoThrow(document, L"SaveAs",
-                                       {&file, &keepFormat, &lockComments, &password,
-                                        &addToRecentFiles});
+        HRESULT hr = SaveDocumentAs(host, document, stagedPath);
         if (FAILED(hr)) {
             LogError(host.copyFailureLog, hr);
         }
         return hr;
     }
+    Variant file(stagedPath);
     HRESULT hr = CallMethodNoThrow(document, L"SaveCopyAs", {&file});
     if (SUCCEEDED(hr)) {
         return hr;
@@ -239,9 +249,14 @@ HRESULT SaveOfficeDocument(const OfficeHost& host, IDispatch* application, PathB
         return hr;
     }
 
+    // A document that lives in the staging area is the copy of an earlier archive: saving it in
+    // place would change what that archive handed to the connector, so it is saved anew like a
+    // document that was never saved.
+    const bool ownFile =
+        !documentPath.empty() && !readOnly && !IsInStagingArea((documentPath + L"\\").c_str());
     // The file the document itself lives in once it was first saved into the staging folder.
     std::wstring firstSavePath;
-    if (!documentPath.empty() && !readOnly) {
+    if (ownFile) {
         hr = CallMethodNoThrow(document.get(), L"Save");
         if (FAILED(hr)) {
             LogError(host.saveFailureLog, hr);
@@ -263,8 +278,7 @@ HRESULT SaveOfficeDocument(const OfficeHost& host, IDispatch* application, PathB
             return HRESULT_FROM_WIN32(ERROR_FILENAME_EXCED_RANGE);
         }
         LogInfo(L"Temporary file to save initially created document is %s\n", temporary);
-        Variant file(temporary);
-        hr = CallMethodNoThrow(document.get(), L"SaveAs", {&file});
+        hr = SaveDocumentAs(host, document.get(), temporary);
         if (FAILED(hr)) {
             LogError(host.firstSaveFailureLog, hr);
             return hr;
@@ -303,6 +317,15 @@ HRESULT SaveOfficeDocument(const OfficeHost& host, IDispatch* application, PathB
         return hr;
     }
     CopyBounded(path.data(), path.size(), staged);
+    // Word's SaveAs moved the document into the staging folder, which the connector deletes: a
+    // document with a file of its own goes back to it, so the user's next save lands there.
+    if (host.copyMethod == CopyMethod::WordSaveAs && ownFile) {
+        hr = SaveDocumentAs(host, document.get(), fullName.c_str());
+        if (FAILED(hr)) {
+            LogWarning(L"Can't return the document to its own file %s! hr = 0x%08X\n",
+                       fullName.c_str(), hr);
+        }
+    }
 
     CollectProperties(host, document.get(), map);
 

@@ -6,12 +6,14 @@
 // Naming of the staged copy:
 // - A saved document is staged under its own name in a folder of its own, so two archives of the
 //   same document never meet.
-// - A document that has never been saved, or is read-only, is first saved into the staging folder
-//   as "dorvane_<time in hex>.<ext>"; it then lies where its staged copy would, so the copy takes
-//   the distinct name "<time in hex>_dorvane_<...>.<ext>" and is written as a file of its own.
-// - Word writes the copy with SaveAs(file, format omitted so that the document keeps its own
-//   format, LockComments false, no password, AddToRecentFiles false): the copy is byte for byte
-//   what Word saves, and staging folders stay out of the recent-files list.
+// - A document that has never been saved, is read-only, or lives in the staging area (the copy of
+//   an earlier archive) is first saved into the new staging folder as
+//   "dorvane_<time in hex>.<ext>"; it then lies where its staged copy would, so the copy takes the
+//   distinct name "<time in hex>_dorvane_<...>.<ext>" and is written as a file of its own.
+// - Word writes with SaveAs(file, format omitted so that the document keeps its own format,
+//   LockComments false, no password, AddToRecentFiles false): the copy is what Word saves, and
+//   staging folders stay out of the recent-files list. Since SaveAs moves the document to the
+//   file it writes, a document with a file of its own is saved back to that file afterwards.
 #pragma once
 
 #include <oaidl.h>
