@@ -42,8 +42,7 @@ constexpr wchar_t kHead[] =
     L"<customUI xmlns=\"http://schemas.microsoft.com/office/2006/01/customui\" "
     L"loadImage=\"TalvornAddin.GetImage\"> <ribbon>   <tabs>    <tab id=\"talvornTab\"         "
     L"label=\"";
-constexpr wchar_t kBetweenLabels[] =
-    L"\">     <group id=\"talvornGroup\"            label=\"";
+constexpr wchar_t kBetweenLabels[] = L"\">     <group id=\"talvornGroup\"            label=\"";
 constexpr wchar_t kAfterGroupLabel[] = L"\">";
 constexpr wchar_t kWideButtonOpening[] = L"      <button id=\"";
 constexpr wchar_t kTabButtonOpening[] = L"\t\t<button id=\"";
@@ -64,22 +63,34 @@ struct RibbonButton {
 };
 
 constexpr RibbonButton kArchiveButton = {
-    kWideButtonOpening, L"TLPMBTDX2_0001",
+    kWideButtonOpening,
+    L"TLPMBTDX2_0001",
     L"\"               image=\"resource.bin\"               size=\"large\"               label=\"",
-    IDS_RIBBON_ARCHIVE, IDS_RIBBON_ARCHIVE_TIP, kAfterSupertip};
-constexpr RibbonButton kAttachmentsButton = {
-    kWideButtonOpening, L"TLPMBTDX2_0004",
-    L"\"               image=\"resource_attachment.bin\"               size=\"large\"               "
-    L"label=\"",
-    IDS_RIBBON_ATTACHMENTS, IDS_RIBBON_ATTACHMENTS_TIP, kAfterSupertip};
-constexpr RibbonButton kSettingsButton = {
-    kTabButtonOpening, L"TLPMBTDX2_0002",
-    L"\"               image=\"resource_setting.bin\"               size=\"large\"\t\t\t\t label=\"",
-    IDS_RIBBON_SETTINGS, IDS_RIBBON_SETTINGS_TIP, kAfterSupertip};
+    IDS_RIBBON_ARCHIVE,
+    IDS_RIBBON_ARCHIVE_TIP,
+    kAfterSupertip};
+constexpr RibbonButton kAttachmentsButton = {kWideButtonOpening,
+                                             L"TLPMBTDX2_0004",
+                                             L"\"               image=\"resource_attachment.bin\"  "
+                                             L"             size=\"large\"               "
+                                             L"label=\"",
+                                             IDS_RIBBON_ATTACHMENTS,
+                                             IDS_RIBBON_ATTACHMENTS_TIP,
+                                             kAfterSupertip};
+constexpr RibbonButton kSettingsButton = {kTabButtonOpening,
+                                          L"TLPMBTDX2_0002",
+                                          L"\"               image=\"resource_setting.bin\"        "
+                                          L"       size=\"large\"\t\t\t\t label=\"",
+                                          IDS_RIBBON_SETTINGS,
+                                          IDS_RIBBON_SETTINGS_TIP,
+                                          kAfterSupertip};
 constexpr RibbonButton kInfoButton = {
-    kTabButtonOpening, L"TLPMBTDX2_0003",
+    kTabButtonOpening,
+    L"TLPMBTDX2_0003",
     L"\"               image=\"resource_info.bin\"               size=\"large\"\t\t\t\t label=\"",
-    IDS_RIBBON_INFO, IDS_RIBBON_INFO_TIP, kAfterSupertipInfo};
+    IDS_RIBBON_INFO,
+    IDS_RIBBON_INFO_TIP,
+    kAfterSupertipInfo};
 
 std::wstring UiText(UINT id, int capacity) {
     std::wstring text(static_cast<size_t>(capacity), L'\0');
@@ -201,9 +212,9 @@ std::optional<std::wstring> BuildRibbonXml(const wchar_t* ribbonId, const Ribbon
     AppendButton(xml, kArchiveButton,
                  singleItem ? L"TalvornAddin.ArchiveSingleOutlook" : L"TalvornAddin.Archive");
     if (options.attachments && outlook) {
-        AppendButton(xml, kAttachmentsButton,
-                     singleItem ? L"TalvornAddin.AttachmentSingleOutlook"
-                                : L"TalvornAddin.Attachment");
+        AppendButton(
+            xml, kAttachmentsButton,
+            singleItem ? L"TalvornAddin.AttachmentSingleOutlook" : L"TalvornAddin.Attachment");
     }
     xml += kSeparator;
     if (!options.noSettings) {
@@ -240,8 +251,7 @@ HRESULT LoadRibbonImage(const wchar_t* imageName, VARIANT* result) noexcept {
     description.bmp.hbitmap = handle;
     ComPtr<IPictureDisp> picture;
     // The picture owns the bitmap, so the host's final Release frees the GDI handle.
-    HRESULT hr = OleCreatePictureIndirect(&description, IID_IPictureDisp, TRUE,
-                                          picture.put_void());
+    HRESULT hr = OleCreatePictureIndirect(&description, IID_IPictureDisp, TRUE, picture.put_void());
     if (FAILED(hr)) {
         DeleteObject(handle);
         return hr;

@@ -149,7 +149,8 @@ HRESULT CTalvornAddin::RunCallback(DISPID id, DISPPARAMS* params, VARIANT* resul
         ComPtr<IDispatch> control = FirstObjectArgument(*params);
         ComPtr<IDispatch> window;
         // Without the button's window there is no item to archive: nothing happens.
-        if (control && SUCCEEDED(GetObjectPropertyNoThrow(control.get(), L"Context", window.put()))) {
+        if (control &&
+            SUCCEEDED(GetObjectPropertyNoThrow(control.get(), L"Context", window.put()))) {
             if (id == kCallbackArchiveSingleOutlook) {
                 OnArchiveSingleOutlook(context, window.get());
             } else {
@@ -175,8 +176,8 @@ HRESULT CTalvornAddin::RunCallback(DISPID id, DISPPARAMS* params, VARIANT* resul
     }
 }
 
-HRESULT CTalvornAddin::OnConnection(IDispatch* application, ext_ConnectMode connectMode,
-                                    IDispatch*, SAFEARRAY** custom) {
+HRESULT CTalvornAddin::OnConnection(IDispatch* application, ext_ConnectMode connectMode, IDispatch*,
+                                    SAFEARRAY** custom) {
     if (!application) {
         return E_POINTER;
     }

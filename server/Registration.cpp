@@ -108,12 +108,12 @@ void ReportAddinKeyFailure(const wchar_t* format, LSTATUS error) {
 
 // A host whose key cannot be written is reported and skipped; the registration goes on.
 void WriteAddinKey(const wchar_t* office, const ClassTexts& texts) {
-    const std::wstring path = FormatString(L"Software\\Microsoft\\Office\\%s\\Addins\\%s", office,
-                                           texts.progId.c_str());
+    const std::wstring path =
+        FormatString(L"Software\\Microsoft\\Office\\%s\\Addins\\%s", office, texts.progId.c_str());
     UniqueHKey key;
-    LSTATUS status = RegCreateKeyExW(HKEY_LOCAL_MACHINE, path.c_str(), 0, nullptr,
-                                     REG_OPTION_NON_VOLATILE, KEY_ALL_ACCESS, nullptr, key.put(),
-                                     nullptr);
+    LSTATUS status =
+        RegCreateKeyExW(HKEY_LOCAL_MACHINE, path.c_str(), 0, nullptr, REG_OPTION_NON_VOLATILE,
+                        KEY_ALL_ACCESS, nullptr, key.put(), nullptr);
     if (status != ERROR_SUCCESS) {
         ReportAddinKeyFailure(L"Failed to create registry key error %08X\n", status);
         return;
@@ -176,9 +176,8 @@ HRESULT RegisterFromSetupFile() {
         return E_UNEXPECTED;
     }
     ClassTexts connector;
-    if (!GetModulePath(modulePath) ||
-        !LoadClassTexts(IDS_CONNECTOR_PROGID, IDS_CONNECTOR_NAME, CLSID_TDConnectorCOM,
-                        connector)) {
+    if (!GetModulePath(modulePath) || !LoadClassTexts(IDS_CONNECTOR_PROGID, IDS_CONNECTOR_NAME,
+                                                      CLSID_TDConnectorCOM, connector)) {
         return E_UNEXPECTED;
     }
     if (!WriteClassEntries(connector, modulePath)) {
@@ -200,9 +199,10 @@ HRESULT UnregisterAll() {
     }
     DeleteClass(addin);
     for (const HostKey& host : kHostKeys) {
-        RegDeleteTreeW(HKEY_LOCAL_MACHINE, FormatString(L"Software\\Microsoft\\Office\\%s\\Addins\\%s",
-                                                        host.office, addin.progId.c_str())
-                                               .c_str());
+        RegDeleteTreeW(HKEY_LOCAL_MACHINE,
+                       FormatString(L"Software\\Microsoft\\Office\\%s\\Addins\\%s", host.office,
+                                    addin.progId.c_str())
+                           .c_str());
     }
     // The stored settings go too, the users' and the machine's.
     const std::wstring settingsKey = L"Software\\talvorn\\" + addin.progId;

@@ -15,8 +15,8 @@ namespace {
 
 // The built-in properties that are archived; any other built-in property is skipped.
 constexpr const wchar_t* kCollectedBuiltIns[] = {
-    L"Title",          L"Subject",       L"Author",          L"Keywords",
-    L"Comments",       L"Last author",   L"Creation date",   L"Company",
+    L"Title",          L"Subject",         L"Author",        L"Keywords",
+    L"Comments",       L"Last author",     L"Creation date", L"Company",
     L"Last save time", L"Number of pages", L"Category",      L"Last print date",
 };
 
@@ -58,8 +58,8 @@ bool FormatWithSystemLocale(Format format, const SYSTEMTIME& time, std::wstring&
         return false;
     }
     text.assign(static_cast<size_t>(length), L'\0');
-    int written = format(LOCALE_SYSTEM_DEFAULT, LOCALE_NOUSEROVERRIDE, &time, nullptr, text.data(),
-                         length);
+    int written =
+        format(LOCALE_SYSTEM_DEFAULT, LOCALE_NOUSEROVERRIDE, &time, nullptr, text.data(), length);
     text.resize(written > 0 ? static_cast<size_t>(written - 1) : 0);
     return written > 0;
 }

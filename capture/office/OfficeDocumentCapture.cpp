@@ -145,8 +145,8 @@ std::wstring ExtensionOf(const OfficeHost& host, const std::wstring& name, int32
     if (host.extensionRule == ExtensionRule::AfterLastDot) {
         return extension;
     }
-    for (const wchar_t* known : {L"docx", L"docm", L"dotx", L"dotm", L"DOCX", L"DOCM", L"DOTX",
-                                 L"DOTM"}) {
+    for (const wchar_t* known :
+         {L"docx", L"docm", L"dotx", L"dotm", L"DOCX", L"DOCM", L"DOTX", L"DOTM"}) {
         if (extension == known) {
             std::wstring lower(known);
             CharLowerW(lower.data());

@@ -53,11 +53,11 @@ struct Options {
 // Writes UTF-8 to standard output whatever the console code page, so that German texts read
 // correctly in a Linux terminal under Wine.
 void Print(const std::wstring& text) {
-    int bytes = WideCharToMultiByte(CP_UTF8, 0, text.data(), static_cast<int>(text.size()),
-                                    nullptr, 0, nullptr, nullptr);
+    int bytes = WideCharToMultiByte(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), nullptr,
+                                    0, nullptr, nullptr);
     std::string utf8(static_cast<size_t>(bytes > 0 ? bytes : 0), '\0');
-    WideCharToMultiByte(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), utf8.data(),
-                        bytes, nullptr, nullptr);
+    WideCharToMultiByte(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), utf8.data(), bytes,
+                        nullptr, nullptr);
     fwrite(utf8.data(), 1, utf8.size(), stdout);
     fflush(stdout);
 }
@@ -219,16 +219,19 @@ ComPtr<AutomationObject> Application(const Options& options, AutomationObject* d
     ComPtr<AutomationObject> application = AutomationObject::Create();
     application->Property(L"Name", Variant(options.host->applicationName))
         .Property(L"Version", Variant(options.version.c_str()))
-        .Property(L"CommandBars", Variant(static_cast<IDispatch*>(AutomationObject::Create().get())));
+        .Property(L"CommandBars",
+                  Variant(static_cast<IDispatch*>(AutomationObject::Create().get())));
     if (lstrcmpW(options.host->option, L"word") == 0) {
         // The template that receives customisations; the add-in marks it saved in command-bar mode.
         ComPtr<AutomationObject> normalTemplate = AutomationObject::Create();
-        normalTemplate->Property(L"Name", Variant(L"Normal.dotm")).Property(L"Saved", Variant(true));
+        normalTemplate->Property(L"Name", Variant(L"Normal.dotm"))
+            .Property(L"Saved", Variant(true));
         application->Property(L"CustomizationContext",
                               Variant(static_cast<IDispatch*>(normalTemplate.get())));
     }
     if (document && options.host->activeObject) {
-        application->Property(options.host->activeObject, Variant(static_cast<IDispatch*>(document)));
+        application->Property(options.host->activeObject,
+                              Variant(static_cast<IDispatch*>(document)));
     }
     return application;
 }
@@ -298,7 +301,8 @@ void ShowHandOffs(const std::string& url) {
     size_t start = 0;
     while (start < names.size()) {
         size_t end = names.find(',', start);
-        std::string id = names.substr(start, end == std::string::npos ? std::string::npos : end - start);
+        std::string id =
+            names.substr(start, end == std::string::npos ? std::string::npos : end - start);
         std::wstring wideId(id.begin(), id.end());
         std::wstring path = TempPath() + L"td_temp_inbox\\" + wideId + L"\\" + wideId + L".xml";
         Print(L"\nhand-off document " + path + L" (UTF-8 with BOM, CRLF):");
@@ -315,7 +319,8 @@ int Run(const Options& options) {
     CLSID clsid;
     HRESULT hr = CLSIDFromProgID(L"Talvorn.DorvaneAddin", &clsid);
     if (FAILED(hr)) {
-        Print(L"the add-in is not registered (" + Hex(hr) + L"): run regsvr32 on TalvornAddin.dll "
+        Print(L"the add-in is not registered (" + Hex(hr) +
+              L"): run regsvr32 on TalvornAddin.dll "
               L"from a folder holding setup.ini\n");
         return 1;
     }
@@ -350,21 +355,21 @@ int Run(const Options& options) {
     BStr markup;
     BStr ribbonId(options.host->ribbonId);
     hr = ribbon ? ribbon->GetCustomUI(ribbonId.get(), markup.put()) : E_NOINTERFACE;
-    Print(L"\nribbon markup for " + std::wstring(options.host->ribbonId) + L" (" + Hex(hr) + L"):\n" +
-          markup.c_str() + L"\n");
+    Print(L"\nribbon markup for " + std::wstring(options.host->ribbonId) + L" (" + Hex(hr) +
+          L"):\n" + markup.c_str() + L"\n");
 
     ComPtr<IDispatch> callbacks;
     addin.query_to(callbacks.put());
-    for (const wchar_t* image :
-         {L"resource.bin", L"resource_attachment.bin", L"resource_setting.bin", L"resource_info.bin"}) {
+    for (const wchar_t* image : {L"resource.bin", L"resource_attachment.bin",
+                                 L"resource_setting.bin", L"resource_info.bin"}) {
         DISPID id = DISPID_UNKNOWN;
         LPOLESTR name = const_cast<LPOLESTR>(L"TalvornAddin.GetImage");
         callbacks->GetIDsOfNames(IID_NULL, &name, 1, LOCALE_USER_DEFAULT, &id);
         Variant argument(image);
         DISPPARAMS params{&argument, nullptr, 1, 0};
         Variant picture;
-        hr = callbacks->Invoke(id, IID_NULL, LOCALE_USER_DEFAULT, DISPATCH_METHOD, &params, &picture,
-                               nullptr, nullptr);
+        hr = callbacks->Invoke(id, IID_NULL, LOCALE_USER_DEFAULT, DISPATCH_METHOD, &params,
+                               &picture, nullptr, nullptr);
         ComPtr<IPicture> bitmap;
         OLE_XSIZE_HIMETRIC width = 0;
         if (SUCCEEDED(hr) && picture.vt == VT_DISPATCH &&
@@ -417,9 +422,10 @@ int Run(const Options& options) {
 int wmain(int argc, wchar_t** argv) {
     Options options;
     if (!ParseOptions(argc, argv, options)) {
-        Print(L"usage: hostsim.exe [--host word|excel|powerpoint|outlook] [--version 16.0] [--new]\n"
-              L"                   [--read-only] [--property Name=Value]... [--button Archive]\n"
-              L"                   <document>\n");
+        Print(
+            L"usage: hostsim.exe [--host word|excel|powerpoint|outlook] [--version 16.0] [--new]\n"
+            L"                   [--read-only] [--property Name=Value]... [--button Archive]\n"
+            L"                   <document>\n");
         return 2;
     }
     if (FAILED(CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED))) {
