@@ -3,8 +3,8 @@
 // status each routine returns and, on success, files staged the way a capture stages them (a fresh
 // staging folder per file, a small file in it, its path and properties handed back). The real
 // hand-off writer and connector launch then work on real files. It reads nothing from the host
-// objects it is given: it records them and holds each for the length of the call, as a capture
-// that reads it would.
+// objects it is given: it records them and touches each (AddRef, Release), as a capture that reads
+// them would, so that a reference the command no longer owns shows up as a failure.
 //
 // Single-threaded, like the commands that call it.
 #pragma once
@@ -13,6 +13,7 @@
 
 #include <cstdint>
 #include <iosfwd>
+#include <map>
 #include <optional>
 #include <set>
 #include <string>
@@ -39,8 +40,6 @@ public:
         IDispatch* item = nullptr;
         int32_t hostKind = 0;      // SaveOfficeDocument
         int32_t majorVersion = 0;  // SaveOfficeDocument, SaveOutlookItem
-        int32_t count = 0;         // SaveOutlookDocument: the buffers it was given;
-                                   // ChooseAttachments, SaveAttachments: the records offered
     };
 
     // One file staged by a successful routine.
@@ -56,10 +55,9 @@ public:
     // answer kNothingSelected. SaveOutlookDocument stages as many items as it has buffers for.
     void SelectItems(int32_t count) noexcept { m_selected = count; }
     // The status `routine` returns from now on. A failed status stages, lists and saves nothing.
-    // GetOutlookDocumentCount returns its status as the count; ChooseAttachments is scripted with
-    // Choose instead.
-    void SetStatus(Routine routine, HRESULT status);
-    // The file names of the visible attachments GetAttachmentList reports (none at first).
+    // GetOutlookDocumentCount is scripted with SelectItems, ChooseAttachments with Choose.
+    void SetStatus(Routine routine, HRESULT status) { m_statuses[routine] = status; }
+    // The file names of the attachments GetAttachmentList reports (none at first).
     void SetAttachments(std::vector<std::wstring> names) { m_attachments = std::move(names); }
     // The positions the user picks in the choice dialog (every attachment at first); no pick at
     // all is a cancelled dialog.
@@ -89,14 +87,14 @@ public:
     int ChooseAttachments(AttachmentList& attachments) override;
 
 private:
-    std::optional<HRESULT> ScriptedStatus(Routine routine) const;
-    Call& Record(Routine routine, IDispatch* application, IDispatch* item = nullptr);
-    // Makes a staging folder holding a small file `name`; false (and a test failure) when the
-    // temporary directory cannot take it.
-    bool Stage(const std::wstring& name, std::wstring& path);
+    // Records the call and answers the scripted status, S_OK when there is none.
+    HRESULT Record(const Call& call);
+    // Makes a staging folder holding a small file `name` and copies its path into `buffer` (if
+    // any); an empty path (and a test failure) when that cannot be done.
+    std::wstring Stage(const std::wstring& name, PathBuffer* buffer = nullptr);
 
     int32_t m_selected = 1;
-    std::vector<std::pair<Routine, HRESULT>> m_statuses;
+    std::map<Routine, HRESULT> m_statuses;
     std::vector<std::wstring> m_attachments;
     std::optional<std::vector<size_t>> m_choice;
     std::set<size_t> m_blocked;

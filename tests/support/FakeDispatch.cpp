@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <stdexcept>
 #include <utility>
@@ -25,7 +26,6 @@ HRESULT STDAPICALLTYPE FillInDeferred(EXCEPINFO* excep) {
     excep->scode = static_cast<SCODE>(reinterpret_cast<intptr_t>(excep->pvReserved));
     excep->pvReserved = nullptr;
     excep->pfnDeferredFillIn = nullptr;
-    excep->bstrSource = ::SysAllocString(L"FakeDispatch");
     excep->bstrDescription = ::SysAllocString(L"injected failure (deferred)");
     return S_OK;
 }
@@ -35,45 +35,20 @@ void FillException(EXCEPINFO* excep, HRESULT hr, FakeDispatch::FaultStyle style)
         return;
     }
     *excep = EXCEPINFO{};
-    switch (style) {
-    case FakeDispatch::FaultStyle::DeferredException:
+    if (style == FakeDispatch::FaultStyle::DeferredException) {
         excep->pvReserved = reinterpret_cast<void*>(static_cast<intptr_t>(hr));
         excep->pfnDeferredFillIn = FillInDeferred;
-        return;
-    case FakeDispatch::FaultStyle::ExceptionCodeOnly:
-        excep->wCode = static_cast<WORD>(HRESULT_CODE(hr));
-        break;
-    default:
+    } else {
         excep->scode = hr;
-        break;
+        excep->bstrDescription = ::SysAllocString(L"injected failure");
     }
-    excep->bstrSource = ::SysAllocString(L"FakeDispatch");
-    excep->bstrDescription = ::SysAllocString(L"injected failure");
-}
-
-// Objects after their final Release, kept until the program ends.
-std::vector<std::unique_ptr<FakeDispatch>>& Graveyard() {
-    static std::vector<std::unique_ptr<FakeDispatch>> graveyard;
-    return graveyard;
 }
 
 }  // namespace
 
-const char* ToString(FakeDispatch::CallKind kind) noexcept {
-    switch (kind) {
-    case FakeDispatch::CallKind::Get:
-        return "get";
-    case FakeDispatch::CallKind::Put:
-        return "put";
-    case FakeDispatch::CallKind::Call:
-        return "call";
-    }
-    return "?";
-}
-
 ComPtr<FakeDispatch> FakeDispatch::Create() {
     ComPtr<FakeDispatch> object;
-    // Owned by its reference count from here on; see Release.
+    // Owned by its reference count from here on, and never freed; see Release.
     object.Attach(new FakeDispatch);
     return object;
 }
@@ -95,8 +70,7 @@ FakeDispatch::Member& FakeDispatch::Define(const std::wstring& name, MemberKind 
     member.name = name;
     member.kind = kind;
     member.value.Clear();
-    member.get = nullptr;
-    member.put = nullptr;
+    member.handler = nullptr;
     return member;
 }
 
@@ -109,35 +83,14 @@ FakeDispatch::Member& FakeDispatch::Existing(const std::wstring& name) {
     return it->second;
 }
 
-const FakeDispatch::Member* FakeDispatch::Find(const std::wstring& name) const {
-    auto it = m_members.find(Key(name));
-    return it == m_members.end() ? nullptr : &it->second;
-}
-
-FakeDispatch::Member* FakeDispatch::FindById(DISPID id) {
-    for (auto& [key, member] : m_members) {
-        if (member.id == id) {
-            return &member;
-        }
-    }
-    return nullptr;
-}
-
-FakeDispatch& FakeDispatch::SetProperty(const std::wstring& name, const VARIANT& value,
-                                        PutHandler onPut) {
+FakeDispatch& FakeDispatch::SetProperty(const std::wstring& name, const VARIANT& value) {
     Variant copy = CopyOf(value);
-    Member& member = Define(name, MemberKind::StoredProperty);
-    member.value = std::move(copy);
-    member.put = std::move(onPut);
+    Define(name, MemberKind::StoredProperty).value = std::move(copy);
     return *this;
 }
 
 FakeDispatch& FakeDispatch::SetProperty(const std::wstring& name, const wchar_t* text) {
     return SetProperty(name, Variant(text));
-}
-
-FakeDispatch& FakeDispatch::SetProperty(const std::wstring& name, int32_t number) {
-    return SetProperty(name, Variant(number));
 }
 
 FakeDispatch& FakeDispatch::SetProperty(const std::wstring& name, bool flag) {
@@ -148,17 +101,13 @@ FakeDispatch& FakeDispatch::SetProperty(const std::wstring& name, IDispatch* obj
     return SetProperty(name, Variant(object));
 }
 
-FakeDispatch& FakeDispatch::SetComputedProperty(const std::wstring& name, Handler get,
-                                                PutHandler put) {
-    Member& member = Define(name, MemberKind::ComputedProperty);
-    member.get = std::move(get);
-    member.put = std::move(put);
+FakeDispatch& FakeDispatch::SetComputedProperty(const std::wstring& name, Handler get) {
+    Define(name, MemberKind::ComputedProperty).handler = std::move(get);
     return *this;
 }
 
 FakeDispatch& FakeDispatch::SetMethod(const std::wstring& name, Handler handler) {
-    Member& member = Define(name, MemberKind::Method);
-    member.get = std::move(handler);
+    Define(name, MemberKind::Method).handler = std::move(handler);
     return *this;
 }
 
@@ -179,22 +128,11 @@ FakeDispatch& FakeDispatch::FailLookup(const std::wstring& name, HRESULT hr) {
     return *this;
 }
 
-size_t FakeDispatch::CallCount(const std::wstring& name) const {
-    std::wstring key = Key(name);
-    size_t count = 0;
-    for (const CallRecord& call : m_calls) {
-        count += Key(call.member) == key ? 1 : 0;
-    }
-    return count;
-}
-
-size_t FakeDispatch::CallCount(const std::wstring& name, CallKind kind) const {
-    std::wstring key = Key(name);
-    size_t count = 0;
-    for (const CallRecord& call : m_calls) {
-        count += call.kind == kind && Key(call.member) == key ? 1 : 0;
-    }
-    return count;
+size_t FakeDispatch::CallCount(const std::wstring& name, std::optional<CallKind> kind) const {
+    const std::wstring key = Key(name);
+    return static_cast<size_t>(std::count_if(m_calls.begin(), m_calls.end(), [&](const auto& call) {
+        return (!kind || call.kind == *kind) && Key(call.member) == key;
+    }));
 }
 
 size_t FakeDispatch::LookupCount(const std::wstring& name) const {
@@ -204,13 +142,9 @@ size_t FakeDispatch::LookupCount(const std::wstring& name) const {
 
 const VARIANT& FakeDispatch::Value(const std::wstring& name) const {
     static const Variant empty;
-    const Member* member = Find(name);
-    return member && member->kind == MemberKind::StoredProperty ? member->value : empty;
-}
-
-DISPID FakeDispatch::DispIdOf(const std::wstring& name) const {
-    const Member* member = Find(name);
-    return member ? member->id : DISPID_UNKNOWN;
+    auto it = m_members.find(Key(name));
+    return it != m_members.end() && it->second.kind == MemberKind::StoredProperty ? it->second.value
+                                                                                  : empty;
 }
 
 bool FakeDispatch::ReportIfReleased(const char* method) const {
@@ -218,20 +152,6 @@ bool FakeDispatch::ReportIfReleased(const char* method) const {
         ADD_FAILURE() << "FakeDispatch::" << method << " on an object after its final Release";
     }
     return m_released;
-}
-
-void FakeDispatch::Bury() noexcept {
-    m_released = true;
-    // Moved out before they go: releasing a held object may call back into this one.
-    auto members = std::move(m_members);
-    auto calls = std::move(m_calls);
-    m_members.clear();
-    m_calls.clear();
-    try {
-        Graveyard().emplace_back(this);
-    } catch (...) {
-        // Not kept, not freed either: a few bytes lost in a test program.
-    }
 }
 
 HRESULT FakeDispatch::QueryInterface(REFIID riid, void** object) noexcept {
@@ -250,22 +170,23 @@ HRESULT FakeDispatch::QueryInterface(REFIID riid, void** object) noexcept {
     return E_NOINTERFACE;
 }
 
-ULONG FakeDispatch::AddRef() noexcept {
-    if (ReportIfReleased("AddRef")) {
-        return 0;
-    }
-    return ++m_refs;
-}
+ULONG FakeDispatch::AddRef() noexcept { return ReportIfReleased("AddRef") ? 0 : ++m_refs; }
 
 ULONG FakeDispatch::Release() noexcept {
     if (ReportIfReleased("Release")) {
         return 0;
     }
-    ULONG refs = --m_refs;
-    if (refs == 0) {
-        Bury();
+    if (--m_refs > 0) {
+        return m_refs;
     }
-    return refs;
+    // What it holds goes; the object itself stays, so that a call too many is reported rather
+    // than touching freed memory. Moved out first: releasing a held object may call back.
+    m_released = true;
+    auto members = std::move(m_members);
+    auto calls = std::move(m_calls);
+    m_members.clear();
+    m_calls.clear();
+    return 0;
 }
 
 HRESULT FakeDispatch::GetTypeInfoCount(UINT* count) noexcept {
@@ -284,122 +205,90 @@ HRESULT FakeDispatch::GetTypeInfo(UINT, LCID, ITypeInfo** info) noexcept {
     return DISP_E_BADINDEX;
 }
 
-HRESULT FakeDispatch::GetIDsOfNames(REFIID riid, LPOLESTR* names, UINT count, LCID,
-                                    DISPID* ids) noexcept try {
+HRESULT FakeDispatch::GetIDsOfNames(REFIID, LPOLESTR* names, UINT count, LCID, DISPID* ids) noexcept
+    try {
     if (ReportIfReleased("GetIDsOfNames")) {
         return E_UNEXPECTED;
-    }
-    if (riid != IID_NULL) {
-        return DISP_E_UNKNOWNINTERFACE;
     }
     if (!names || !ids || count == 0 || !names[0]) {
         return E_INVALIDARG;
     }
-    for (UINT i = 0; i < count; ++i) {
-        ids[i] = DISPID_UNKNOWN;
-    }
+    std::fill(ids, ids + count, DISPID_UNKNOWN);
     std::wstring key = Key(names[0]);
     ++m_lookups[key];
     if (auto failure = m_lookupFailures.find(key); failure != m_lookupFailures.end()) {
         return failure->second;
     }
-    const Member* member = Find(names[0]);
-    if (!member) {
+    auto member = m_members.find(key);
+    if (member == m_members.end()) {
         return DISP_E_UNKNOWNNAME;
     }
-    ids[0] = member->id;
+    ids[0] = member->second.id;
     // Named parameters are not modelled: their names stay unknown.
     return count == 1 ? S_OK : DISP_E_UNKNOWNNAME;
 } catch (...) {
     return HResultFromCaughtException();
 }
 
-HRESULT FakeDispatch::Invoke(DISPID id, REFIID riid, LCID, WORD flags, DISPPARAMS* params,
-                             VARIANT* result, EXCEPINFO* excep, UINT* argError) noexcept try {
+HRESULT FakeDispatch::Invoke(DISPID id, REFIID, LCID, WORD flags, DISPPARAMS* params,
+                             VARIANT* result, EXCEPINFO* excep, UINT*) noexcept try {
     if (ReportIfReleased("Invoke")) {
         return E_UNEXPECTED;
-    }
-    if (riid != IID_NULL) {
-        return DISP_E_UNKNOWNINTERFACE;
     }
     if (!params || (params->cArgs && !params->rgvarg) ||
         (params->cNamedArgs && !params->rgdispidNamedArgs) || params->cNamedArgs > params->cArgs) {
         return E_INVALIDARG;
     }
-    Member* member = FindById(id);
-    if (!member) {
+    auto found = std::find_if(m_members.begin(), m_members.end(),
+                              [&](const auto& entry) { return entry.second.id == id; });
+    if (found == m_members.end()) {
         return DISP_E_MEMBERNOTFOUND;
     }
+    Member& member = found->second;
 
     // Which of the member's faces the caller asked for; a mismatch is what a type-library
     // server answers for a method read as a property or a property called as a method.
-    CallKind kind;
-    if (flags & (DISPATCH_PROPERTYPUT | DISPATCH_PROPERTYPUTREF)) {
-        if (member->kind == MemberKind::Method || !(flags & DISPATCH_PROPERTYPUT)) {
-            return DISP_E_MEMBERNOTFOUND;
-        }
-        if (params->cNamedArgs != 1 || params->rgdispidNamedArgs[0] != DISPID_PROPERTYPUT) {
-            return DISP_E_PARAMNOTFOUND;
-        }
-        kind = CallKind::Put;
-    } else {
-        if (params->cNamedArgs != 0) {
-            return DISP_E_NONAMEDARGS;
-        }
-        if (member->kind == MemberKind::Method) {
-            if (!(flags & DISPATCH_METHOD)) {
-                return DISP_E_MEMBERNOTFOUND;
-            }
-            kind = CallKind::Call;
-        } else {
-            if (!(flags & DISPATCH_PROPERTYGET)) {
-                return DISP_E_MEMBERNOTFOUND;
-            }
-            kind = CallKind::Get;
-        }
+    const bool method = member.kind == MemberKind::Method;
+    const CallKind kind = (flags & DISPATCH_PROPERTYPUT) ? CallKind::Put
+                          : method                       ? CallKind::Call
+                                                         : CallKind::Get;
+    if ((flags & DISPATCH_PROPERTYPUTREF) || (kind == CallKind::Put && method) ||
+        (kind == CallKind::Call && !(flags & DISPATCH_METHOD)) ||
+        (kind == CallKind::Get && !(flags & DISPATCH_PROPERTYGET))) {
+        return DISP_E_MEMBERNOTFOUND;
+    }
+    const UINT named = kind == CallKind::Put ? 1 : 0;
+    if (params->cNamedArgs != named) {
+        return named ? DISP_E_PARAMNOTFOUND : DISP_E_NONAMEDARGS;
+    }
+    if (named && params->rgdispidNamedArgs[0] != DISPID_PROPERTYPUT) {
+        return DISP_E_PARAMNOTFOUND;
     }
 
-    // Named arguments come first in rgvarg, the positional ones follow last to first.
+    // The named put value comes first in rgvarg, the positional arguments follow last to first;
+    // read from the end, the record gets the put value last.
+    const VARIANT* putValue = named ? &params->rgvarg[0] : nullptr;
     Args args;
-    for (UINT i = params->cArgs; i > params->cNamedArgs; --i) {
-        args.push_back(CopyOf(params->rgvarg[i - 1]));
+    CallRecord record{member.name, kind, {}};
+    for (UINT i = params->cArgs; i > 0; --i) {
+        if (i > named) {
+            args.push_back(CopyOf(params->rgvarg[i - 1]));
+        }
+        record.args.push_back(CopyOf(params->rgvarg[i - 1]));
     }
-    const VARIANT* putValue = kind == CallKind::Put ? &params->rgvarg[0] : nullptr;
-
-    CallRecord record{member->name, kind, {}, S_OK};
-    for (const Variant& arg : args) {
-        record.args.push_back(CopyOf(arg));
-    }
-    if (putValue) {
-        record.args.push_back(CopyOf(*putValue));
-    }
-    size_t index = m_calls.size();
     m_calls.push_back(std::move(record));
 
-    int callNumber = ++member->calls;
-    HRESULT hr = S_OK;
-    const Fault* fault = nullptr;
-    for (const Fault& candidate : member->faults) {
-        if (candidate.repeats ? callNumber >= candidate.first : callNumber == candidate.first) {
-            fault = &candidate;
-            break;
+    const int call = ++member.calls;
+    for (const Fault& fault : member.faults) {
+        if (fault.repeats ? call >= fault.first : call == fault.first) {
+            if (fault.style == FaultStyle::Plain) {
+                return fault.hr;
+            }
+            FillException(excep, fault.hr, fault.style);
+            return DISP_E_EXCEPTION;
         }
     }
-    if (fault) {
-        hr = fault->hr;
-        if (fault->style != FaultStyle::Plain) {
-            FillException(excep, fault->hr, fault->style);
-            hr = DISP_E_EXCEPTION;
-        }
-    } else {
-        hr = Dispatch(*member, kind, args, putValue, result);
-    }
-    if (argError) {
-        *argError = 0;
-    }
-    // The handler may have called into this object again; the record is found by position.
-    m_calls[index].hr = hr;
-    return hr;
+    return Dispatch(member, kind, args, putValue, result);
 } catch (...) {
     ADD_FAILURE() << "FakeDispatch: a member handler or the call record threw";
     return HResultFromCaughtException();
@@ -407,37 +296,23 @@ HRESULT FakeDispatch::Invoke(DISPID id, REFIID riid, LCID, WORD flags, DISPPARAM
 
 HRESULT FakeDispatch::Dispatch(Member& member, CallKind kind, const Args& args,
                                const VARIANT* putValue, VARIANT* result) {
-    if (kind == CallKind::Put) {
-        if (member.kind == MemberKind::StoredProperty && !args.empty()) {
-            return DISP_E_BADPARAMCOUNT;
-        }
-        if (!member.put && member.kind != MemberKind::StoredProperty) {
-            return DISP_E_MEMBERNOTFOUND;
-        }
-        // Copies of the handlers: a handler may define members anew while it runs.
-        if (PutHandler put = member.put) {
-            HRESULT hr = put(args, *putValue);
-            if (FAILED(hr)) {
-                return hr;
-            }
-        }
-        if (member.kind == MemberKind::StoredProperty) {
-            member.value = CopyOf(*putValue);
-        }
-        return S_OK;
-    }
-
     Variant out;
     HRESULT hr = S_OK;
     if (member.kind == MemberKind::StoredProperty) {
         if (!args.empty()) {
             return DISP_E_BADPARAMCOUNT;
         }
+        if (kind == CallKind::Put) {
+            member.value = CopyOf(*putValue);
+            return S_OK;
+        }
         hr = ::VariantCopy(&out, &member.value);
-    } else if (Handler get = member.get) {
-        hr = get(args, &out);
+    } else if (kind == CallKind::Put) {
+        return DISP_E_MEMBERNOTFOUND;  // computed properties are read-only
     } else {
-        hr = E_NOTIMPL;
+        // A copy of the handler: it may define its member anew while it runs.
+        Handler handler = member.handler;
+        hr = handler(args, &out);
     }
     if (SUCCEEDED(hr) && result) {
         // Like a real server, the result is written over, not cleared: emptying it is the

@@ -12,7 +12,7 @@
 #include <cstdint>
 #include <functional>
 #include <map>
-#include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -27,16 +27,13 @@ public:
     // what the handler leaves in it goes to the caller (or is cleared when the caller passed no
     // result).
     using Handler = std::function<HRESULT(const Args& args, VARIANT* result)>;
-    // Receives a put: the index arguments (empty for a plain property) and the value.
-    using PutHandler = std::function<HRESULT(const Args& args, const VARIANT& value)>;
 
     enum class CallKind { Get, Put, Call };
 
     struct CallRecord {
         std::wstring member;  // as the member was defined, not as the caller spelled it
         CallKind kind;
-        Args args;   // a put's index arguments first, the assigned value last
-        HRESULT hr;  // what Invoke returned
+        Args args;  // a put's assigned value last
     };
 
     // How an injected failure reaches the caller.
@@ -44,8 +41,6 @@ public:
         Plain,              // Invoke returns the HRESULT
         Exception,          // DISP_E_EXCEPTION, EXCEPINFO filled with scode = the HRESULT
         DeferredException,  // DISP_E_EXCEPTION, EXCEPINFO filled only by its pfnDeferredFillIn
-        ExceptionCodeOnly,  // DISP_E_EXCEPTION, scode zero and wCode = HRESULT_CODE(the HRESULT),
-                            // as servers that number their own errors report them
     };
 
     // A new object with one reference, owned by the returned pointer.
@@ -55,20 +50,17 @@ public:
     // counter and its injected failures.
 
     // A property holding `value`: a get hands out a copy (VariantCopy), a put stores the new
-    // value after `onPut` (if any) accepted it. A get with arguments fails DISP_E_BADPARAMCOUNT.
-    // Puts of any property must come as DISPATCH_PROPERTYPUT with the one named argument
-    // DISPID_PROPERTYPUT; DISPATCH_PROPERTYPUTREF is refused with DISP_E_MEMBERNOTFOUND.
-    FakeDispatch& SetProperty(const std::wstring& name, const VARIANT& value,
-                              PutHandler onPut = {});
+    // value. Gets and puts with index arguments fail DISP_E_BADPARAMCOUNT. Puts must come as
+    // DISPATCH_PROPERTYPUT with the one named argument DISPID_PROPERTYPUT.
+    FakeDispatch& SetProperty(const std::wstring& name, const VARIANT& value);
     FakeDispatch& SetProperty(const std::wstring& name, const wchar_t* text);
-    FakeDispatch& SetProperty(const std::wstring& name, int32_t number);
     FakeDispatch& SetProperty(const std::wstring& name, bool flag);
     // Holds its own reference to `object` (null stands for Nothing).
     FakeDispatch& SetProperty(const std::wstring& name, IDispatch* object);
 
-    // A property whose get is computed (indexed properties such as Item(i) see their arguments);
-    // without `put` the property is read-only and a put fails DISP_E_MEMBERNOTFOUND.
-    FakeDispatch& SetComputedProperty(const std::wstring& name, Handler get, PutHandler put = {});
+    // A read-only property whose get is computed (indexed properties such as Item(i) see their
+    // arguments).
+    FakeDispatch& SetComputedProperty(const std::wstring& name, Handler get);
 
     // A method: answers DISPATCH_METHOD (alone or together with DISPATCH_PROPERTYGET).
     FakeDispatch& SetMethod(const std::wstring& name, Handler handler);
@@ -87,8 +79,7 @@ public:
 
     const std::vector<CallRecord>& Calls() const noexcept { return m_calls; }
     // Calls of `name` (any spelling), of every kind or of one kind.
-    size_t CallCount(const std::wstring& name) const;
-    size_t CallCount(const std::wstring& name, CallKind kind) const;
+    size_t CallCount(const std::wstring& name, std::optional<CallKind> kind = {}) const;
     // GetIDsOfNames requests for `name`, failed ones included.
     size_t LookupCount(const std::wstring& name) const;
     // The recorded calls hold copies of their arguments, objects included; clearing them
@@ -97,11 +88,8 @@ public:
     // The stored value of a property defined with SetProperty (VT_EMPTY for anything else).
     const VARIANT& Value(const std::wstring& name) const;
     // The final Release lets go of everything the object holds (values, handlers, recorded
-    // arguments) at once. Its storage stays until the program ends, so that a Release or a call
-    // too many is reported as a test failure rather than touching freed memory.
+    // arguments) at once; a Release or a call after it is reported as a test failure.
     ULONG RefCount() const noexcept { return m_refs; }
-    // The DISPID handed out for `name`, DISPID_UNKNOWN when it is not defined.
-    DISPID DispIdOf(const std::wstring& name) const;
 
     // --- IUnknown and IDispatch.
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** object) noexcept override;
@@ -131,23 +119,17 @@ private:
         DISPID id = DISPID_UNKNOWN;
         MemberKind kind = MemberKind::StoredProperty;
         Variant value;
-        Handler get;  // computed property get, or method
-        PutHandler put;
+        Handler handler;  // computed property get, or method
         int calls = 0;
         std::vector<Fault> faults;
     };
 
-    friend struct std::default_delete<FakeDispatch>;
     FakeDispatch() = default;
     ~FakeDispatch() = default;
 
-    void Bury() noexcept;
     bool ReportIfReleased(const char* method) const;
-
     Member& Define(const std::wstring& name, MemberKind kind);
     Member& Existing(const std::wstring& name);
-    const Member* Find(const std::wstring& name) const;
-    Member* FindById(DISPID id);
     HRESULT Dispatch(Member& member, CallKind kind, const Args& args, const VARIANT* putValue,
                      VARIANT* result);
     static std::wstring Key(const std::wstring& name);
@@ -161,5 +143,3 @@ private:
     std::map<std::wstring, size_t> m_lookups;
     std::vector<CallRecord> m_calls;
 };
-
-const char* ToString(FakeDispatch::CallKind kind) noexcept;

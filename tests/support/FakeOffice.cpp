@@ -174,7 +174,7 @@ FakeOffice::FakeOffice(int32_t hostKind) : m_hostKind(hostKind) {
     if (hostKind != kHostWord && hostKind != kHostExcel && hostKind != kHostPowerPoint) {
         throw std::invalid_argument("FakeOffice: Word, Excel or PowerPoint only");
     }
-    m_state->content = ReadFileBytes(SamplePath(Sample()));
+    *m_content = ReadFileBytes(SamplePath(Sample()));
     m_application->SetProperty(ActiveMember(), static_cast<IDispatch*>(m_document.get()));
     m_document->SetProperty(L"CustomDocumentProperties",
                             static_cast<IDispatch*>(&m_custom.Collection()));
@@ -216,8 +216,7 @@ void FakeOffice::StartUnsaved(const std::wstring& name) {
 }
 
 void FakeOffice::OpenFrom(const std::wstring& fullName, bool readOnly) {
-    if (fullName.rfind(L'\\') == std::wstring::npos ||
-        FAILED(WriteContent(m_state->content, fullName))) {
+    if (fullName.rfind(L'\\') == std::wstring::npos || FAILED(WriteContent(*m_content, fullName))) {
         throw std::runtime_error("FakeOffice: cannot write " + ToUtf8(fullName));
     }
     MoveDocument(*m_document.get(), fullName);
@@ -226,7 +225,7 @@ void FakeOffice::OpenFrom(const std::wstring& fullName, bool readOnly) {
 }
 
 void FakeOffice::Edit(const std::wstring& sample) {
-    m_state->content = ReadFileBytes(SamplePath(sample));
+    *m_content = ReadFileBytes(SamplePath(sample));
     m_document->SetProperty(L"Saved", false);
 }
 
@@ -247,22 +246,13 @@ RefCountList FakeOffice::RefCounts() const {
 void FakeOffice::DefineSaveMethods() {
     // The handlers live inside the document object: a plain pointer back to it makes no cycle.
     FakeDispatch* document = m_document.get();
-    auto state = m_state;
+    auto content = m_content;
     const bool word = m_hostKind == kHostWord;
 
     auto isSet = [document](const wchar_t* flag) {
         const VARIANT& value = document->Value(flag);
         return value.vt == VT_BOOL && value.boolVal != VARIANT_FALSE;
     };
-    // Writes the content to `file`, or does nothing and says why.
-    auto writeContent = [state](const wchar_t* method, const std::wstring& file) {
-        HRESULT hr = WriteContent(state->content, file);
-        if (SUCCEEDED(hr)) {
-            state->writes.push_back(Write{method, file});
-        }
-        return hr;
-    };
-
     document->SetMethod(L"Save", [=](const Args& args, VARIANT*) {
         if (!args.empty()) {
             return DISP_E_BADPARAMCOUNT;
@@ -271,7 +261,7 @@ void FakeOffice::DefineSaveMethods() {
         if (TextOf(document->Value(L"Path")).empty() || isSet(L"ReadOnly")) {
             return kFakeOfficeRefused;
         }
-        HRESULT hr = writeContent(L"Save", fullName);
+        HRESULT hr = WriteContent(*content, fullName);
         if (SUCCEEDED(hr)) {
             document->SetProperty(L"Saved", true);
         }
@@ -285,18 +275,13 @@ void FakeOffice::DefineSaveMethods() {
         }
         const std::wstring file = SUCCEEDED(hr) ? TextOf(args[0]) : std::wstring();
         if (SUCCEEDED(hr)) {
-            hr = writeContent(L"SaveAs", file);
+            hr = WriteContent(*content, file);
         }
         if (FAILED(hr)) {
             return hr;
         }
         MoveDocument(*document, file);
         document->SetProperty(L"Saved", true);
-        const bool addToRecentFiles =
-            args.size() < 5 || IsOmitted(args[4]) || args[4].boolVal != VARIANT_FALSE;
-        if (word && addToRecentFiles) {
-            state->recentFiles.push_back(file);
-        }
         return S_OK;
     });
 
@@ -309,6 +294,6 @@ void FakeOffice::DefineSaveMethods() {
         if (SUCCEEDED(hr)) {
             hr = CheckOmittedFrom(args, 1);
         }
-        return SUCCEEDED(hr) ? writeContent(L"SaveCopyAs", TextOf(args[0])) : hr;
+        return SUCCEEDED(hr) ? WriteContent(*content, TextOf(args[0])) : hr;
     });
 }

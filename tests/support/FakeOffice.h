@@ -12,8 +12,7 @@
 //
 // Not modelled: file formats (a format argument other than "omitted" is refused, not applied),
 // the hosts' other SaveAs arguments beyond their types, dialogs, Application.Version (the capture
-// is given the version), lookup of a property by name in Item, and recent-files lists other than
-// Word's.
+// is given the version), lookup of a property by name in Item, and recent-files lists.
 #pragma once
 
 #include <oaidl.h>
@@ -54,7 +53,6 @@ public:
     FakeDispatch& Collection() const { return *m_collection.get(); }
     // The property object Item(index) hands out, counted from 1.
     FakeDispatch& Property(size_t index) const;
-    size_t size() const { return m_items->size(); }
 
     RefCountList RefCounts(const std::wstring& label) const;
 
@@ -71,12 +69,6 @@ private:
 // ("Dokument1", "Mappe1", "Präsentation1"), holding the host's sample content.
 class FakeOffice {
 public:
-    // A file written by one of the save methods.
-    struct Write {
-        std::wstring method;
-        std::wstring file;
-    };
-
     explicit FakeOffice(int32_t hostKind);
     FakeOffice(const FakeOffice&) = delete;
     FakeOffice& operator=(const FakeOffice&) = delete;
@@ -98,13 +90,9 @@ public:
     // Replaces the content, as if the user had changed the document, with the bytes of a file in
     // tests/capture/office/samples/. Marks the document unsaved; no file changes.
     void Edit(const std::wstring& sample);
-    const std::string& Content() const { return m_state->content; }
+    const std::string& Content() const { return *m_content; }
 
     std::wstring FullName() const;
-
-    const std::vector<Write>& Writes() const { return m_state->writes; }
-    // Word's recent-files list: every SaveAs adds its file unless AddToRecentFiles is False.
-    const std::vector<std::wstring>& RecentFiles() const { return m_state->recentFiles; }
 
     // The Application, the document, both collections and every property object.
     RefCountList RefCounts() const;
@@ -116,16 +104,11 @@ public:
     std::wstring RevisedSample() const;
 
 private:
-    struct State {
-        std::string content;
-        std::vector<Write> writes;
-        std::vector<std::wstring> recentFiles;
-    };
-
     void DefineSaveMethods();
 
     int32_t m_hostKind;
-    std::shared_ptr<State> m_state = std::make_shared<State>();
+    // Shared with the save handlers, which live inside the document object.
+    std::shared_ptr<std::string> m_content = std::make_shared<std::string>();
     ComPtr<FakeDispatch> m_application = FakeDispatch::Create();
     ComPtr<FakeDispatch> m_document = FakeDispatch::Create();
     FakeDocumentProperties m_custom;

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cstring>
+#include <optional>
 #include <ostream>
 #include <stdexcept>
 
@@ -18,63 +19,46 @@ constexpr DWORD kAnswerGraceMs = 5000;
 // Reading a control's text waits this long for the dialog's thread to answer.
 constexpr UINT kSendTimeoutMs = 2000;
 
-bool SameClass(HWND hwnd, const wchar_t* className) {
-    wchar_t name[64] = L"";
-    GetClassNameW(hwnd, name, 64);
-    return CompareStringOrdinal(name, -1, className, -1, TRUE) == CSTR_EQUAL;
+bool SameClass(const std::wstring& name, const wchar_t* className) {
+    return CompareStringOrdinal(name.c_str(), -1, className, -1, TRUE) == CSTR_EQUAL;
 }
 
-bool Send(HWND hwnd, UINT message, WPARAM wParam, LPARAM lParam, LRESULT* result) {
+std::wstring ClassOf(HWND hwnd) {
+    wchar_t name[64] = L"";
+    GetClassNameW(hwnd, name, 64);
+    return name;
+}
+
+// The dialog answers on its own thread, which is inside its modal loop; the timeout keeps a
+// thread that stopped pumping from stalling the watcher. 0 when the message failed.
+LRESULT Send(HWND hwnd, UINT message, WPARAM wParam = 0, LPARAM lParam = 0) {
     DWORD_PTR answer = 0;
     if (!SendMessageTimeoutW(hwnd, message, wParam, lParam, SMTO_ABORTIFHUNG, kSendTimeoutMs,
                              &answer)) {
-        return false;
+        return 0;
     }
-    *result = static_cast<LRESULT>(answer);
-    return true;
+    return static_cast<LRESULT>(answer);
 }
 
-// The dialog answers WM_GETTEXT on its own thread, which is inside its modal loop; the timeout
-// keeps a thread that stopped pumping from stalling the watcher.
-std::wstring TextOf(HWND hwnd) {
-    LRESULT length = 0;
-    if (!Send(hwnd, WM_GETTEXTLENGTH, 0, 0, &length) || length <= 0) {
+// The text of a window, or of entry `item` of a combo box.
+std::wstring TextOf(HWND hwnd, std::optional<WPARAM> item = std::nullopt) {
+    LRESULT length = item ? Send(hwnd, CB_GETLBTEXTLEN, *item) : Send(hwnd, WM_GETTEXTLENGTH);
+    if (length <= 0) {
         return std::wstring();
     }
     std::wstring text(static_cast<size_t>(length) + 1, L'\0');
-    LRESULT copied = 0;
-    if (!Send(hwnd, WM_GETTEXT, text.size(), reinterpret_cast<LPARAM>(text.data()), &copied)) {
-        return std::wstring();
-    }
-    text.resize(static_cast<size_t>(copied > 0 ? copied : 0));
+    auto buffer = reinterpret_cast<LPARAM>(text.data());
+    LRESULT copied = item ? Send(hwnd, CB_GETLBTEXT, *item, buffer)
+                          : Send(hwnd, WM_GETTEXT, text.size(), buffer);
+    text.resize(static_cast<size_t>(std::clamp<LRESULT>(copied, 0, length)));
     return text;
-}
-
-std::vector<std::wstring> ComboItems(HWND combo) {
-    std::vector<std::wstring> items;
-    LRESULT count = 0;
-    if (!Send(combo, CB_GETCOUNT, 0, 0, &count)) {
-        return items;
-    }
-    for (LRESULT i = 0; i < count; ++i) {
-        LRESULT length = 0;
-        if (!Send(combo, CB_GETLBTEXTLEN, i, 0, &length) || length < 0) {
-            items.emplace_back();
-            continue;
-        }
-        std::wstring item(static_cast<size_t>(length) + 1, L'\0');
-        LRESULT copied = 0;
-        Send(combo, CB_GETLBTEXT, i, reinterpret_cast<LPARAM>(item.data()), &copied);
-        item.resize(static_cast<size_t>(copied > 0 ? copied : 0));
-        items.push_back(std::move(item));
-    }
-    return items;
 }
 
 BOOL CALLBACK CollectDialog(HWND hwnd, LPARAM found) {
     DWORD process = 0;
     GetWindowThreadProcessId(hwnd, &process);
-    if (process == GetCurrentProcessId() && IsWindowVisible(hwnd) && SameClass(hwnd, L"#32770")) {
+    if (process == GetCurrentProcessId() && IsWindowVisible(hwnd) &&
+        SameClass(ClassOf(hwnd), L"#32770")) {
         reinterpret_cast<std::vector<HWND>*>(found)->push_back(hwnd);
     }
     return TRUE;
@@ -83,54 +67,38 @@ BOOL CALLBACK CollectDialog(HWND hwnd, LPARAM found) {
 WindowWatcher::Window Describe(HWND dialog) {
     WindowWatcher::Window window{};
     window.caption = TextOf(dialog);
-    window.style = static_cast<DWORD>(GetWindowLongW(dialog, GWL_STYLE));
-    window.exStyle = static_cast<DWORD>(GetWindowLongW(dialog, GWL_EXSTYLE));
     window.owner = GetWindow(dialog, GW_OWNER);
     for (HWND child = GetWindow(dialog, GW_CHILD); child; child = GetWindow(child, GW_HWNDNEXT)) {
         // A message box hides the buttons of the other box types instead of destroying them.
         if (!IsWindowVisible(child)) {
             continue;
         }
-        WindowWatcher::Control control{};
-        control.id = GetDlgCtrlID(child);
-        wchar_t className[64] = L"";
-        GetClassNameW(child, className, 64);
-        control.className = className;
-        control.text = TextOf(child);
-        if (SameClass(child, L"ComboBox")) {
-            control.items = ComboItems(child);
-        }
-        if (!control.text.empty()) {
-            window.texts.push_back(control.text);
+        WindowWatcher::Control control{GetDlgCtrlID(child), ClassOf(child), TextOf(child), {}};
+        if (SameClass(control.className, L"ComboBox")) {
+            for (LRESULT i = 0, count = Send(child, CB_GETCOUNT); i < count; ++i) {
+                control.items.push_back(TextOf(child, static_cast<WPARAM>(i)));
+            }
         }
         window.controls.push_back(std::move(control));
     }
     return window;
 }
 
-struct Post {
-    HWND hwnd;
-    UINT message;
-    WPARAM wParam;
-    LPARAM lParam;
-};
-
-Post ClickOf(HWND dialog, int id) {
-    return Post{dialog, WM_COMMAND, MAKEWPARAM(id, BN_CLICKED),
-                reinterpret_cast<LPARAM>(GetDlgItem(dialog, id))};
+void PostClick(HWND dialog, int id) {
+    PostMessageW(dialog, WM_COMMAND, MAKEWPARAM(id, BN_CLICKED),
+                 reinterpret_cast<LPARAM>(GetDlgItem(dialog, id)));
 }
 
 // The least committal answer the window offers: Cancel, else No, else OK, else closing it.
-Post DismissalOf(HWND dialog, const WindowWatcher::Window& window) {
+void Dismiss(HWND dialog, const WindowWatcher::Window& window) {
     std::vector<int> buttons = window.ButtonIds();
     for (int id : {IDCANCEL, IDNO, IDOK}) {
-        for (int button : buttons) {
-            if (button == id) {
-                return ClickOf(dialog, id);
-            }
+        if (std::find(buttons.begin(), buttons.end(), id) != buttons.end()) {
+            PostClick(dialog, id);
+            return;
         }
     }
-    return Post{dialog, WM_CLOSE, 0, 0};
+    PostMessageW(dialog, WM_CLOSE, 0, 0);
 }
 
 using MessageBoxWFunction = int(WINAPI*)(HWND, LPCWSTR, LPCWSTR, UINT);
@@ -184,49 +152,21 @@ bool WriteSlot(void** slot, void* value) {
 
 }  // namespace
 
-// Points one import of the test program at a replacement for as long as it lives.
-class WindowWatcher::ImportPatch {
-public:
-    static std::unique_ptr<ImportPatch> Install(void** slot, void* replacement) {
-        void* original = *slot;
-        if (!WriteSlot(slot, replacement)) {
-            return nullptr;
-        }
-        return std::unique_ptr<ImportPatch>(new ImportPatch(slot, original));
-    }
-    ~ImportPatch() { WriteSlot(m_slot, m_original); }
-    ImportPatch(const ImportPatch&) = delete;
-    ImportPatch& operator=(const ImportPatch&) = delete;
-
-private:
-    ImportPatch(void** slot, void* original) : m_slot(slot), m_original(original) {}
-    void** m_slot;
-    void* m_original;
-};
-
 bool WindowWatcher::Window::HasText(const std::wstring& text) const {
-    for (const std::wstring& candidate : texts) {
-        if (candidate == text) {
-            return true;
-        }
-    }
-    return false;
+    return std::any_of(controls.begin(), controls.end(),
+                       [&](const Control& control) { return control.text == text; });
 }
 
 const WindowWatcher::Control* WindowWatcher::Window::FindControl(int id) const {
-    for (const Control& control : controls) {
-        if (control.id == id) {
-            return &control;
-        }
-    }
-    return nullptr;
+    auto found = std::find_if(controls.begin(), controls.end(),
+                              [&](const Control& control) { return control.id == id; });
+    return found == controls.end() ? nullptr : &*found;
 }
 
 std::vector<int> WindowWatcher::Window::ButtonIds() const {
     std::vector<int> ids;
     for (const Control& control : controls) {
-        if (CompareStringOrdinal(control.className.c_str(), -1, L"Button", -1, TRUE) ==
-            CSTR_EQUAL) {
+        if (SameClass(control.className, L"Button")) {
             ids.push_back(control.id);
         }
     }
@@ -236,9 +176,11 @@ std::vector<int> WindowWatcher::Window::ButtonIds() const {
 std::ostream& operator<<(std::ostream& out, const WindowWatcher::Window& window) {
     out << '"' << ToUtf8(window.caption) << "\" {";
     const char* separator = "";
-    for (const std::wstring& text : window.texts) {
-        out << separator << '"' << ToUtf8(text) << '"';
-        separator = ", ";
+    for (const WindowWatcher::Control& control : window.controls) {
+        if (!control.text.empty()) {
+            out << separator << '"' << ToUtf8(control.text) << '"';
+            separator = ", ";
+        }
     }
     out << '}';
     for (const std::wstring& problem : window.problems) {
@@ -248,18 +190,13 @@ std::ostream& operator<<(std::ostream& out, const WindowWatcher::Window& window)
 }
 
 WindowWatcher::Expectation& WindowWatcher::Expectation::Click(int buttonId) {
-    m_watcher.AddAction(m_index, Action{Action::Kind::Click, buttonId, 0, {}});
-    return *this;
-}
-
-WindowWatcher::Expectation& WindowWatcher::Expectation::SelectInCombo(int comboId, int index) {
-    m_watcher.AddAction(m_index, Action{Action::Kind::SelectIndex, comboId, index, {}});
+    m_watcher.AddAction(m_index, Action{buttonId, std::nullopt});
     return *this;
 }
 
 WindowWatcher::Expectation& WindowWatcher::Expectation::SelectInCombo(int comboId,
                                                                       const std::wstring& text) {
-    m_watcher.AddAction(m_index, Action{Action::Kind::SelectText, comboId, 0, text});
+    m_watcher.AddAction(m_index, Action{comboId, text});
     return *this;
 }
 
@@ -272,38 +209,39 @@ WindowWatcher::WindowWatcher() : m_stop(CreateEventW(nullptr, TRUE, FALSE, nullp
         throw std::logic_error("WindowWatcher: only one watcher at a time");
     }
     try {
-        if (void** slot = FindImportSlot(GetModuleHandleW(nullptr), "user32.dll", "MessageBoxW")) {
-            g_realMessageBoxW = reinterpret_cast<MessageBoxWFunction>(*slot);
-            m_messageBoxPatch =
-                ImportPatch::Install(slot, reinterpret_cast<void*>(&NotingMessageBoxW));
-        }
         m_thread = std::thread([this] { Run(); });
     } catch (...) {
-        m_messageBoxPatch.reset();
         g_activeWatcher = nullptr;
         throw;
+    }
+    if (void** slot = FindImportSlot(GetModuleHandleW(nullptr), "user32.dll", "MessageBoxW")) {
+        g_realMessageBoxW = reinterpret_cast<MessageBoxWFunction>(*slot);
+        if (WriteSlot(slot, reinterpret_cast<void*>(&NotingMessageBoxW))) {
+            m_messageBoxSlot = slot;
+        }
     }
 }
 
 WindowWatcher::~WindowWatcher() {
     SetEvent(m_stop.get());
     m_thread.join();
-    m_messageBoxPatch.reset();
+    if (m_messageBoxSlot) {
+        WriteSlot(m_messageBoxSlot, reinterpret_cast<void*>(g_realMessageBoxW.load()));
+    }
     g_activeWatcher = nullptr;
 }
 
 int WINAPI WindowWatcher::NotingMessageBoxW(HWND owner, LPCWSTR text, LPCWSTR caption, UINT type) {
     if (WindowWatcher* watcher = g_activeWatcher.load()) {
-        watcher->NoteMessageBox(text, caption, type);
+        try {
+            std::lock_guard<std::mutex> lock(watcher->m_mutex);
+            watcher->m_boxCalls.push_back(
+                MessageBoxCall{caption ? caption : L"", text ? text : L"", type});
+        } catch (...) {
+            // A box whose call was not noted is still answered; it only lacks its type.
+        }
     }
     return g_realMessageBoxW.load()(owner, text, caption, type);
-}
-
-void WindowWatcher::NoteMessageBox(LPCWSTR text, LPCWSTR caption, UINT type) noexcept try {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    m_boxCalls.push_back(MessageBoxCall{caption ? caption : L"", text ? text : L"", type});
-} catch (...) {
-    // A box whose call was not noted is still answered; it only lacks its type.
 }
 
 WindowWatcher::Expectation WindowWatcher::Expect(const std::wstring& caption) {
@@ -322,40 +260,23 @@ std::vector<WindowWatcher::Window> WindowWatcher::Seen() const {
     return m_seen;
 }
 
-std::vector<WindowWatcher::Window> WindowWatcher::Unexpected() const {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    std::vector<Window> unexpected;
-    for (const Window& window : m_seen) {
-        if (!window.expected) {
-            unexpected.push_back(window);
-        }
-    }
-    return unexpected;
-}
-
-std::vector<std::wstring> WindowWatcher::Unmet() const {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    std::vector<std::wstring> unmet;
-    for (const Plan& plan : m_plans) {
-        if (!plan.used) {
-            unmet.push_back(plan.caption);
-        }
-    }
-    return unmet;
-}
-
 void WindowWatcher::ExpectNoUnexpected() const {
-    for (const Window& window : Unexpected()) {
-        ADD_FAILURE() << "unexpected window " << window;
+    for (const Window& window : Seen()) {
+        if (!window.expected) {
+            ADD_FAILURE() << "unexpected window " << window;
+        }
     }
 }
 
 void WindowWatcher::Verify() const {
     ExpectNoUnexpected();
-    for (const std::wstring& caption : Unmet()) {
-        ADD_FAILURE() << "no window \"" << ToUtf8(caption) << "\" appeared";
+    std::lock_guard<std::mutex> lock(m_mutex);
+    for (const Plan& plan : m_plans) {
+        if (!plan.used) {
+            ADD_FAILURE() << "no window \"" << ToUtf8(plan.caption) << "\" appeared";
+        }
     }
-    for (const Window& window : Seen()) {
+    for (const Window& window : m_seen) {
         if (window.expected && !window.problems.empty()) {
             ADD_FAILURE() << "window answered with problems: " << window;
         }
@@ -387,8 +308,15 @@ void WindowWatcher::Poll() {
         auto known = std::find_if(m_handled.begin(), m_handled.end(),
                                   [&](const Handled& handled) { return handled.hwnd == dialog; });
         if (known != m_handled.end()) {
-            if (GetTickCount() - known->answeredAt > kAnswerGraceMs) {
-                Escalate(*known);
+            // Still open long after its answer: noted once, then cancelled and closed.
+            if (!known->escalated && GetTickCount() - known->answeredAt > kAnswerGraceMs) {
+                known->escalated = true;
+                {
+                    std::lock_guard<std::mutex> lock(m_mutex);
+                    m_seen[known->record].problems.push_back(L"still open after the answer");
+                }
+                PostMessageW(dialog, WM_COMMAND, MAKEWPARAM(IDCANCEL, BN_CLICKED), 0);
+                PostMessageW(dialog, WM_CLOSE, 0, 0);
             }
             continue;
         }
@@ -418,73 +346,44 @@ void WindowWatcher::Poll() {
 }
 
 void WindowWatcher::Answer(HWND dialog, Window& record, const std::vector<Action>& actions) {
-    // Decide everything first and record the window before any answer goes out: the code under
-    // test may return, and the test read Seen(), as soon as the dialog has its answer.
-    std::vector<Post> posts;
-    bool clicked = false;
+    // Check every action and record the window before any answer goes out: the code under test
+    // may return, and the test read Seen(), as soon as the dialog has its answer.
+    std::vector<std::pair<int, int>> answers;  // a control id and a combo box entry, -1 to click
     for (const Action& action : actions) {
         const Control* control = record.FindControl(action.controlId);
-        if (action.kind == Action::Kind::Click) {
-            if (!control) {
-                record.problems.push_back(L"no button " + std::to_wstring(action.controlId));
-                continue;
-            }
-            posts.push_back(ClickOf(dialog, action.controlId));
-            clicked = true;
-            continue;
+        const std::wstring id = std::to_wstring(action.controlId);
+        if (!control) {
+            record.problems.push_back(L"no control " + id);
+        } else if (!action.entry) {
+            answers.emplace_back(action.controlId, -1);
+        } else if (auto found =
+                       std::find(control->items.begin(), control->items.end(), *action.entry);
+                   found != control->items.end()) {
+            answers.emplace_back(action.controlId,
+                                 static_cast<int>(found - control->items.begin()));
+        } else {
+            record.problems.push_back(L"no entry \"" + *action.entry + L"\" in control " + id);
         }
-        if (!control || CompareStringOrdinal(control->className.c_str(), -1, L"ComboBox", -1,
-                                             TRUE) != CSTR_EQUAL) {
-            record.problems.push_back(L"no combo box " + std::to_wstring(action.controlId));
-            continue;
-        }
-        int index = action.index;
-        if (action.kind == Action::Kind::SelectText) {
-            auto found = std::find(control->items.begin(), control->items.end(), action.text);
-            if (found == control->items.end()) {
-                record.problems.push_back(L"no entry \"" + action.text + L"\" in combo box " +
-                                          std::to_wstring(action.controlId));
-                continue;
-            }
-            index = static_cast<int>(found - control->items.begin());
-        } else if (index < 0 || static_cast<size_t>(index) >= control->items.size()) {
-            record.problems.push_back(L"no entry " + std::to_wstring(index) + L" in combo box " +
-                                      std::to_wstring(action.controlId));
-            continue;
-        }
-        HWND combo = GetDlgItem(dialog, action.controlId);
-        posts.push_back(Post{combo, CB_SETCURSEL, static_cast<WPARAM>(index), 0});
-        posts.push_back(Post{dialog, WM_COMMAND, MAKEWPARAM(action.controlId, CBN_SELCHANGE),
-                             reinterpret_cast<LPARAM>(combo)});
     }
-    if (!clicked) {
-        posts.push_back(DismissalOf(dialog, record));
-    }
-
-    size_t index;
     {
         std::lock_guard<std::mutex> lock(m_mutex);
-        index = m_seen.size();
+        m_handled.push_back(Handled{dialog, m_seen.size(), GetTickCount(), false});
         m_seen.push_back(record);
     }
-    m_handled.push_back(Handled{dialog, index, GetTickCount(), 0});
     // Posted, not sent: the dialog's thread handles them in this order once its modal loop runs.
-    for (const Post& post : posts) {
-        PostMessageW(post.hwnd, post.message, post.wParam, post.lParam);
+    for (auto [id, entry] : answers) {
+        HWND control = GetDlgItem(dialog, id);
+        if (entry < 0) {
+            PostMessageW(dialog, WM_COMMAND, MAKEWPARAM(id, BN_CLICKED),
+                         reinterpret_cast<LPARAM>(control));
+        } else {
+            PostMessageW(control, CB_SETCURSEL, static_cast<WPARAM>(entry), 0);
+            PostMessageW(dialog, WM_COMMAND, MAKEWPARAM(id, CBN_SELCHANGE),
+                         reinterpret_cast<LPARAM>(control));
+        }
     }
-}
-
-void WindowWatcher::Escalate(Handled& handled) {
-    ++handled.escalations;
-    handled.answeredAt = GetTickCount();
-    {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        m_seen[handled.record].problems.push_back(L"still open after the answer");
-    }
-    if (handled.escalations == 1) {
-        PostMessageW(handled.hwnd, WM_COMMAND, MAKEWPARAM(IDCANCEL, BN_CLICKED), 0);
-        PostMessageW(handled.hwnd, WM_CLOSE, 0, 0);
-    } else if (handled.escalations == 2) {
-        EndDialog(handled.hwnd, IDCANCEL);
+    if (std::none_of(answers.begin(), answers.end(),
+                     [](auto answer) { return answer.second < 0; })) {
+        Dismiss(dialog, record);
     }
 }

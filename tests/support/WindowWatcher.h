@@ -1,8 +1,8 @@
 // Answers the message boxes and dialogs that the code under test shows on the test's own thread.
 // A watcher thread polls the process's visible top-level dialog windows (class "#32770") every
-// 20 ms, records each new one (caption, extended style, the texts of its visible controls), and
-// acts as the test told it beforehand: it clicks a button, or picks a combo box entry and then
-// clicks. A window nobody expected is recorded and dismissed, so a test never hangs on it.
+// 20 ms, records each new one (caption, owner, its visible controls), and acts as the test told
+// it beforehand: it clicks a button, or picks a combo box entry and then clicks. A window nobody
+// expected is recorded and dismissed, so a test never hangs on it.
 //
 // Wine draws message boxes without regard to MB_TOPMOST and the icon flags, so while a watcher
 // lives, the MessageBoxW calls of the code linked into this test program are also noted (through
@@ -17,7 +17,6 @@
 #include <windows.h>
 
 #include <iosfwd>
-#include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -37,12 +36,7 @@ public:
 
     struct Window {
         std::wstring caption;
-        // The non-empty texts of the visible controls, in the order of the controls.
-        std::vector<std::wstring> texts;
         std::vector<Control> controls;  // the visible controls only
-        DWORD style;
-        // Under Wine MB_TOPMOST never shows here as WS_EX_TOPMOST; see messageBoxType.
-        DWORD exStyle;
         HWND owner;  // for comparing only: the window is gone by the time a test reads this
         // The uType of the MessageBoxW call of this program that showed the window; empty for
         // other dialogs and for boxes that system code showed.
@@ -52,6 +46,7 @@ public:
         // the window stayed open after the answer.
         std::vector<std::wstring> problems;
 
+        // Whether a visible control has exactly this text.
         bool HasText(const std::wstring& text) const;
         const Control* FindControl(int id) const;
         // The ids of the visible buttons, in control order.
@@ -63,9 +58,8 @@ public:
     public:
         // Clicks the button with this control id (posted as WM_COMMAND/BN_CLICKED).
         Expectation& Click(int buttonId);
-        // Selects an entry of a combo box before the click (posted as CB_SETCURSEL followed by
-        // the CBN_SELCHANGE notification a user's pick sends).
-        Expectation& SelectInCombo(int comboId, int index);
+        // Selects the entry `text` of a combo box before the click (posted as CB_SETCURSEL
+        // followed by the CBN_SELCHANGE notification a user's pick sends).
         Expectation& SelectInCombo(int comboId, const std::wstring& text);
 
     private:
@@ -88,9 +82,6 @@ public:
 
     // Every window seen so far, in the order they appeared.
     std::vector<Window> Seen() const;
-    std::vector<Window> Unexpected() const;
-    // The captions of the expectations no window has met.
-    std::vector<std::wstring> Unmet() const;
 
     // gtest failures for every unexpected window, every unmet expectation and every problem.
     void Verify() const;
@@ -99,10 +90,8 @@ public:
 
 private:
     struct Action {
-        enum class Kind { SelectIndex, SelectText, Click } kind;
         int controlId;
-        int index;
-        std::wstring text;
+        std::optional<std::wstring> entry;  // a combo box entry to select; none for a click
     };
 
     struct Plan {
@@ -115,7 +104,7 @@ private:
         HWND hwnd;
         size_t record;
         DWORD answeredAt;
-        int escalations;
+        bool escalated;
     };
 
     struct MessageBoxCall {
@@ -124,15 +113,11 @@ private:
         UINT type;
     };
 
-    class ImportPatch;
-
     static int WINAPI NotingMessageBoxW(HWND owner, LPCWSTR text, LPCWSTR caption, UINT type);
-    void NoteMessageBox(LPCWSTR text, LPCWSTR caption, UINT type) noexcept;
     void AddAction(size_t plan, Action action);
     void Run() noexcept;
     void Poll();
     void Answer(HWND dialog, Window& record, const std::vector<Action>& actions);
-    void Escalate(Handled& handled);
 
     mutable std::mutex m_mutex;
     std::vector<Plan> m_plans;
@@ -142,7 +127,8 @@ private:
     // Touched by the watcher thread only.
     std::vector<Handled> m_handled;
 
-    std::unique_ptr<ImportPatch> m_messageBoxPatch;
+    // The import slot of MessageBoxW while it points at NotingMessageBoxW.
+    void** m_messageBoxSlot = nullptr;
     UniqueHandle m_stop;
     std::thread m_thread;
 };
