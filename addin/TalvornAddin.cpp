@@ -14,7 +14,7 @@
 
 namespace {
 
-// Shared with the registration and the capture code: the host names in this order.
+// The host names as the hosts report them, tested in this order (compared case-sensitively).
 struct HostName {
     const wchar_t* name;
     int32_t kind;
