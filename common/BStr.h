@@ -26,7 +26,6 @@ public:
     BSTR get() const noexcept { return m_bstr; }
     // Never null: an absent BSTR reads as the empty text, as automation treats it.
     const wchar_t* c_str() const noexcept { return m_bstr ? m_bstr : L""; }
-    UINT Length() const noexcept { return ::SysStringLen(m_bstr); }
 
     void reset(BSTR value = nullptr) noexcept {
         if (BSTR old = std::exchange(m_bstr, value)) {

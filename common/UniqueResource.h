@@ -4,7 +4,6 @@
 #pragma once
 
 #include <windows.h>
-#include <objbase.h>
 
 #include <cstdio>
 #include <utility>
@@ -84,16 +83,9 @@ struct ModuleTraits {
     static void Close(Type h) noexcept { ::FreeLibrary(h); }
 };
 
-struct CoTaskMemTraits {
-    using Type = void*;
-    static Type Invalid() noexcept { return nullptr; }
-    static void Close(Type p) noexcept { ::CoTaskMemFree(p); }
-};
-
 using UniqueHandle = UniqueResource<KernelHandleTraits>;
 using UniqueFileHandle = UniqueResource<FileHandleTraits>;
 using UniqueFindHandle = UniqueResource<FindHandleTraits>;
 using UniqueHKey = UniqueResource<RegKeyTraits>;
 using UniqueStdioFile = UniqueResource<StdioFileTraits>;
 using UniqueHModule = UniqueResource<ModuleTraits>;
-using UniqueCoTaskMem = UniqueResource<CoTaskMemTraits>;

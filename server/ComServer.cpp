@@ -36,7 +36,6 @@ HRESULT HandOutFactory(REFIID riid, void** ppv) {
 void ObjectCreated() noexcept { ++g_liveObjects; }
 void ObjectDestroyed() noexcept { --g_liveObjects; }
 LONG LiveObjectCount() noexcept { return g_liveObjects; }
-LONG ServerLockCount() noexcept { return g_serverLocks; }
 
 void LockServer(bool lock) noexcept {
     if (lock) {

@@ -9,7 +9,6 @@
 void ObjectCreated() noexcept;
 void ObjectDestroyed() noexcept;
 LONG LiveObjectCount() noexcept;
-LONG ServerLockCount() noexcept;
 
 // DllGetClassObject: a new class factory for the add-in or the connector class on every call.
 HRESULT GetServerClassObject(REFCLSID clsid, REFIID riid, void** ppv) noexcept;

@@ -33,9 +33,6 @@ public:
     SettingKind Kind() const noexcept { return m_kind; }
     uint32_t Number() const noexcept { return m_number; }
     const std::wstring& TextValue() const noexcept { return m_text; }
-    bool HasText() const noexcept {
-        return m_kind == SettingKind::String || m_kind == SettingKind::StorageTarget;
-    }
 
 private:
     SettingValue(SettingKind kind, uint32_t number) noexcept : m_kind(kind), m_number(number) {}

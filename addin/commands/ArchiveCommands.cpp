@@ -21,9 +21,7 @@ namespace {
 // The end of every archive command once hand-offs are written: a storage target is chosen when
 // there are several, then the connector is started. A cancelled choice gives the staged folders
 // back to the connector for deletion and ends silently.
-void SelectAndLaunch(const HandOffList& list, int32_t hostKind) {
-    CTDCSettings settings;
-    settings.LoadSettings();
+void SelectAndLaunch(const CTDCSettings& settings, const HandOffList& list, int32_t hostKind) {
     if (settings.CountStorageTargets() > 1 && ShowSelectStorageTargetDialog(&settings) == 0) {
         ReleaseStagedFolders(list);
         return;
@@ -31,6 +29,13 @@ void SelectAndLaunch(const HandOffList& list, int32_t hostKind) {
     if (!LaunchConnector(settings, list, hostKind)) {
         ShowErrorMessage(IDS_CONNECTOR_NOT_FOUND);
     }
+}
+
+// The same with settings loaded now, for the commands that have not needed them before.
+void SelectAndLaunch(const HandOffList& list, int32_t hostKind) {
+    CTDCSettings settings;
+    settings.LoadSettings();
+    SelectAndLaunch(settings, list, hostKind);
 }
 
 UINT MessageForOutlookStatus(HRESULT status) {
@@ -55,6 +60,7 @@ void ArchiveOutlookSelection(const CommandContext& context) {
     // Any other status goes on with what it says as a count; a negative one gives no buffers.
     const int32_t count = counted > 0 ? counted : 0;
     HandOffList list;
+    CTDCSettings settings;
     {
         std::vector<PathBuffer> paths(static_cast<size_t>(count));
         std::vector<PropertyMap> maps(static_cast<size_t>(count));
@@ -64,7 +70,6 @@ void ArchiveOutlookSelection(const CommandContext& context) {
             ShowErrorMessage(MessageForOutlookStatus(hr));
             return;
         }
-        CTDCSettings settings;
         settings.LoadSettings();
         const int deleteMail = settings.IsOn(L"DeleteArcDocs") ? 1 : 0;
         if (!WriteHandOffs(paths.data(), maps.data(), count, list, deleteMail)) {
@@ -72,7 +77,7 @@ void ArchiveOutlookSelection(const CommandContext& context) {
             return;
         }
     }
-    SelectAndLaunch(list, context.hostKind);
+    SelectAndLaunch(settings, list, context.hostKind);
 }
 
 void ArchiveOfficeDocument(const CommandContext& context) {
