@@ -359,8 +359,11 @@ HRESULT CTalvornAddin::GetCustomUI(BSTR ribbonId, BSTR* ribbonXml) {
             return S_OK;
         }
         BStr markup(xml->c_str());
-        LogInfo(options.noSettings ? L"returning RibbonXML (no settings)\n"
-                                   : L"returning RibbonXML\n");
+        if (options.noSettings) {
+            LogInfo(L"returning RibbonXML (no settings)\n");
+        } else {
+            LogInfo(L"returning RibbonXML\n");
+        }
         *ribbonXml = markup.release();
         return S_OK;
     } catch (...) {

@@ -10,6 +10,7 @@
 #include "common/Automation.h"
 #include "common/BStr.h"
 #include "common/BoundedFormat.h"
+#include "common/CheckedFormat.h"
 #include "common/ComPtr.h"
 #include "common/LogFile.h"
 #include "common/Variant.h"
@@ -29,22 +30,26 @@ enum class CopyMethod {
     SaveCopyAsThenSaveAs,
 };
 
+// A log line without arguments, and one that reports a failure's HRESULT.
+using Line = CheckedFormat<>;
+using StatusLine = CheckedFormat<HRESULT>;
+
 struct OfficeHost {
-    const wchar_t* entryLog;
-    const wchar_t* exitLog;
-    const wchar_t* stagingFailureLog;
+    Line entryLog;
+    Line exitLog;
+    Line stagingFailureLog;
     const wchar_t* activeObject;
-    const wchar_t* noActiveObjectLog;
+    StatusLine noActiveObjectLog;
     ExtensionRule extensionRule;
     const wchar_t* modernExtension;  // for a name without extension, from major version 12
     const wchar_t* legacyExtension;  // the same below 12
-    const wchar_t* saveFailureLog;
-    const wchar_t* firstSaveFailureLog;
-    const wchar_t* nameFailureLog;
+    StatusLine saveFailureLog;
+    StatusLine firstSaveFailureLog;
+    StatusLine nameFailureLog;
     CopyMethod copyMethod;
-    const wchar_t* saveCopyAsFailureLog;  // null: the fallback to SaveAs is not logged
-    const wchar_t* copyFailureLog;
-    const wchar_t* builtInFailureLog;
+    bool logsSaveCopyAsFailure;  // else the fallback to SaveAs goes unmentioned
+    StatusLine copyFailureLog;
+    StatusLine builtInFailureLog;
     bool readsFullName;
     bool marksSaved;
 };
@@ -62,7 +67,7 @@ constexpr OfficeHost kWord = {
     L"Can't save initially created document! hr = 0x%08X\n",
     L"Can't get name of active document! hr = 0x%08X\n",
     CopyMethod::WordSaveAs,
-    nullptr,
+    false,
     L"Can't save initially created document! hr = 0x%08X\n",
     L"Can't get built-in document properties! hr = 0x%08X\n",
     true,
@@ -82,7 +87,7 @@ constexpr OfficeHost kExcel = {
     L"Can't save initially created workbook! hr = 0x%08X\n",
     L"Can't get name of active workbook! hr = 0x%08X\n",
     CopyMethod::SaveCopyAsThenSaveAs,
-    L"Can not SaveCopyAs active document! hr = 0x%08X\n",
+    true,
     L"Failed to save active document! hr = 0x%08X\n",
     L"Can't get built-in document properties! hr = 0x%08X\n",
     false,
@@ -103,7 +108,7 @@ constexpr OfficeHost kPowerPoint = {
     L"Can't save initially created presentation! hr = 0x%08X\n",
     L"Can't get name of active presentation! hr = 0x%08X\n",
     CopyMethod::SaveCopyAsThenSaveAs,
-    nullptr,
+    false,
     L"Failed to save active presentation! hr = 0x%08X\n",
     // PowerPoint reports a missing built-in collection with the custom collection's text.
     L"Can't get custom document properties! hr = 0x%08X\n",
@@ -171,8 +176,8 @@ HRESULT WriteStagedCopy(const OfficeHost& host, IDispatch* document, const wchar
     if (SUCCEEDED(hr)) {
         return hr;
     }
-    if (host.saveCopyAsFailureLog) {
-        LogError(host.saveCopyAsFailureLog, hr);
+    if (host.logsSaveCopyAsFailure) {
+        LogError(L"Can not SaveCopyAs active document! hr = 0x%08X\n", hr);
     }
     hr = CallMethodNoThrow(document, L"SaveAs", {&file});
     if (FAILED(hr)) {
