@@ -151,11 +151,13 @@ TEST_F(DocumentPropertiesTest, OnlyTheTwelveListedBuiltInsAreCollectedUnderTheir
     EXPECT_EQ(announced, 12u) << m_log.Text();
 }
 
+// The hosts give the count as VT_I4; given as text here, it also shows that other types are
+// converted.
 struct CountRow {
     const char* label;
-    Variant (*count)();
-    HRESULT failure;  // of the Count call, or S_OK
-    Lines log;
+    const wchar_t* count;
+    HRESULT failure;     // of the Count call, or S_OK
+    const wchar_t* log;  // without time stamps
 };
 
 // Names the row in test listings by its label rather than by its bytes.
@@ -166,40 +168,33 @@ class PropertyCountTest : public DocumentPropertiesTest,
 
 TEST_P(PropertyCountTest, OnlyTheLowSixteenBitsDecideWhetherPropertiesAreRead) {
     m_properties.Add(L"Projekt", Variant(L"Apollo")).Add(L"Kunde", Variant(L"Beispiel GmbH"));
-    m_properties.Collection().SetProperty(L"Count", GetParam().count());
+    m_properties.Collection().SetProperty(L"Count", GetParam().count);
     if (FAILED(GetParam().failure)) {
         m_properties.Collection().FailCall(L"Count", 1, GetParam().failure, FaultStyle::Exception);
     }
 
     Copy(0);
 
-    EXPECT_EQ(LogLines(), GetParam().log);
+    std::wstring transcript;
+    for (const std::wstring& line : LogLines()) {
+        transcript += line + L"\n";
+    }
+    EXPECT_EQ(transcript, GetParam().log);
 }
 
 INSTANTIATE_TEST_SUITE_P(
     Counts, PropertyCountTest,
     testing::Values(
-        CountRow{"LowBitsZero",
-                 [] { return Variant(int32_t{65536}); },
-                 S_OK,
-                 {L"[INF] Count of properties 65536", L"[WRN] Properties are not defined!"}},
-        CountRow{"LowBitsNegative",
-                 [] { return Variant(int32_t{32768}); },
-                 S_OK,
-                 {L"[INF] Count of properties 32768"}},
-        // A count of another type is converted.
-        CountRow{
-            "Text",
-            [] { return Variant(L"2"); },
-            S_OK,
-            {L"[INF] Count of properties 2", L"[INF] Found property Projekt typ 0",
-             L"[INF] Collect property Projekt value Apollo", L"[INF] Found property Kunde typ 0",
-             L"[INF] Collect property Kunde value Beispiel GmbH"}},
-        CountRow{"Unreadable",
-                 [] { return Variant(int32_t{2}); },
-                 kHostError,
-                 {L"[ERR] CopyProperties: Can't get count property of document properties! "
-                  L"hr = 0x800A13BA"}}),
+        CountRow{"LowBitsZero", L"65536", S_OK,
+                 L"[INF] Count of properties 65536\n[WRN] Properties are not defined!\n"},
+        CountRow{"LowBitsNegative", L"32768", S_OK, L"[INF] Count of properties 32768\n"},
+        CountRow{"Two", L"2", S_OK,
+                 L"[INF] Count of properties 2\n[INF] Found property Projekt typ 0\n"
+                 L"[INF] Collect property Projekt value Apollo\n[INF] Found property Kunde typ 0\n"
+                 L"[INF] Collect property Kunde value Beispiel GmbH\n"},
+        CountRow{"Unreadable", L"2", kHostError,
+                 L"[ERR] CopyProperties: Can't get count property of document properties! "
+                 L"hr = 0x800A13BA\n"}),
     [](const testing::TestParamInfo<CountRow>& info) { return info.param.label; });
 
 TEST_F(DocumentPropertiesTest, WrongParametersAreLoggedWithTheirAddressesAndNothingIsRead) {
