@@ -3,7 +3,7 @@
 #include <windows.h>
 
 #include "common/LogFile.h"
-#include "server/ComServer.h"
+#include "common/ServerCounts.h"
 
 namespace {
 constexpr const wchar_t* kMethodNames[] = {L"Run", L"DisplaySettings", L"DisplayInfo",

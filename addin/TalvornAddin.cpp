@@ -10,7 +10,7 @@
 #include "common/HostKind.h"
 #include "common/LogFile.h"
 #include "common/Variant.h"
-#include "server/ComServer.h"
+#include "common/ServerCounts.h"
 
 namespace {
 

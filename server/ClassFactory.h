@@ -11,9 +11,7 @@
 #include <new>
 
 #include "common/ComError.h"
-#include "server/ComServer.h"
-
-void LockServer(bool lock) noexcept;
+#include "common/ServerCounts.h"
 
 template <class T>
 class CClassFactory final : public IClassFactory {

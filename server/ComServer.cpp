@@ -12,10 +12,6 @@ using CTDConnectorCOMCF = CClassFactory<CTDConnectorCOM>;
 
 namespace {
 
-// Touched only on the apartment's thread: plain integers, not atomics.
-LONG g_liveObjects = 0;
-LONG g_serverLocks = 0;
-
 template <class Factory>
 HRESULT HandOutFactory(REFIID riid, void** ppv) {
     std::unique_ptr<Factory> factory(new (std::nothrow) Factory());
@@ -33,18 +29,6 @@ HRESULT HandOutFactory(REFIID riid, void** ppv) {
 
 }  // namespace
 
-void ObjectCreated() noexcept { ++g_liveObjects; }
-void ObjectDestroyed() noexcept { --g_liveObjects; }
-LONG LiveObjectCount() noexcept { return g_liveObjects; }
-
-void LockServer(bool lock) noexcept {
-    if (lock) {
-        ++g_serverLocks;
-    } else {
-        --g_serverLocks;
-    }
-}
-
 HRESULT GetServerClassObject(REFCLSID clsid, REFIID riid, void** ppv) noexcept {
     if (!ppv) {
         return E_POINTER;
@@ -60,5 +44,5 @@ HRESULT GetServerClassObject(REFCLSID clsid, REFIID riid, void** ppv) noexcept {
 }
 
 HRESULT CanUnloadServer() noexcept {
-    return (g_liveObjects != 0 || g_serverLocks != 0) ? S_FALSE : S_OK;
+    return (LiveObjectCount() != 0 || ServerLockCount() != 0) ? S_FALSE : S_OK;
 }

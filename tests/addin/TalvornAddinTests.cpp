@@ -10,6 +10,7 @@
 #include "addin/TalvornAddin.h"
 #include "common/ComPtr.h"
 #include "common/HostKind.h"
+#include "common/ServerCounts.h"
 #include "server/ComServer.h"
 #include "support/FakeDispatch.h"
 #include "support/RegistrySandbox.h"

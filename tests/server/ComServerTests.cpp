@@ -10,6 +10,7 @@
 #include "addin/TalvornAddin.h"
 #include "common/ComPtr.h"
 #include "common/UniqueResource.h"
+#include "common/ServerCounts.h"
 #include "server/ComServer.h"
 #include "support/BuiltModule.h"
 #include "support/FakeDispatch.h"
