@@ -23,16 +23,16 @@ enum class ArgumentKind {
     WideText,
     NarrowText,
     OtherPointer,
-    NotPrintable,  // class types (std::wstring, BStr, Variant...), long double, nullptr_t
+    // Class objects (std::wstring, BStr, Variant...), which no conversion reads; long double,
+    // which mingw makes wider than msvcrt's; nullptr_t.
+    NotPrintable,
 };
 
 // T as it arrives through "...": arrays as pointers, without const.
 template <class T>
 constexpr ArgumentKind KindOf() {
     using U = std::decay_t<T>;
-    if constexpr (std::is_enum_v<U>) {
-        return sizeof(U) <= 4 ? ArgumentKind::Int32 : ArgumentKind::Int64;
-    } else if constexpr (std::is_integral_v<U>) {
+    if constexpr (std::is_integral_v<U> || std::is_enum_v<U>) {
         return sizeof(U) <= 4 ? ArgumentKind::Int32 : ArgumentKind::Int64;
     } else if constexpr (std::is_same_v<U, float> || std::is_same_v<U, double>) {
         return ArgumentKind::Double;
@@ -50,17 +50,14 @@ constexpr ArgumentKind KindOf() {
     }
 }
 
-// Whether a value of type T may be passed to a printf-style function at all: no class objects
-// (std::wstring, BStr, Variant), which no conversion reads; no long double, which mingw makes
-// wider than msvcrt's; no nullptr_t.
+// For the formats that come from the string table at run time, only the arguments can be checked:
+// each must be something wvsprintfW takes. Not a class object (std::wstring, BStr, Variant),
+// which no conversion reads; not a floating-point number, which wvsprintfW does not format.
+constexpr bool IsWindowsFormatKind(ArgumentKind kind) {
+    return kind != ArgumentKind::NotPrintable && kind != ArgumentKind::Double;
+}
 template <class T>
-concept PrintfArgument = KindOf<T>()
-!= ArgumentKind::NotPrintable;
-
-// wvsprintfW formats no floating-point numbers.
-template <class T>
-concept WindowsFormatArgument = PrintfArgument<T> && KindOf<T>()
-!= ArgumentKind::Double;
+concept WindowsFormatArgument = IsWindowsFormatKind(KindOf<T>());
 
 // Not constexpr on purpose: reaching one while the compiler runs the check fails the build with
 // the function's name in the error.
@@ -138,15 +135,13 @@ constexpr Takes ConversionTakes(wchar_t conversion, Length length) {
     case L'E':
     case L'g':
     case L'G':
-    case L'a':
-    case L'A':
         // "%lf" and "%Lf" are plain doubles to msvcrt.
         if (length == Length::None || length == Length::Long || length == Length::LongDouble) {
             return Takes::Double;
         }
         break;
     default:
-        // Also "%n", which the C runtime refuses, and a '%' at the very end.
+        // Also "%n", which writes through its argument, and a '%' at the very end.
         break;
     }
     FormatHasUnknownConversion();
