@@ -10,8 +10,9 @@
 #include "addin/TalvornAddin.h"
 #include "common/ComPtr.h"
 #include "common/HostKind.h"
+#include "common/ServerCounts.h"
 #include "server/ComServer.h"
-#include "support/FakeDispatch.h"
+#include "officesim/FakeDispatch.h"
 #include "support/RegistrySandbox.h"
 #include "support/TestFiles.h"
 

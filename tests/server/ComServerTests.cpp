@@ -10,9 +10,10 @@
 #include "addin/TalvornAddin.h"
 #include "common/ComPtr.h"
 #include "common/UniqueResource.h"
+#include "common/ServerCounts.h"
 #include "server/ComServer.h"
 #include "support/BuiltModule.h"
-#include "support/FakeDispatch.h"
+#include "officesim/FakeDispatch.h"
 #include "support/TestFiles.h"
 
 // Blocks `new` hands out less those `delete` takes back, so that a test sees a class factory or
