@@ -117,8 +117,9 @@ TEST_P(ClassFactoryTest, CreateInstanceCountsOnlyObjectsItHandsOutUntilTheirFina
 
     IUnknown* first = nullptr;
     IUnknown* second = nullptr;
-    ASSERT_EQ(factory->CreateInstance(nullptr, row.identity.back(), reinterpret_cast<void**>(&first)),
-              S_OK);
+    ASSERT_EQ(
+        factory->CreateInstance(nullptr, row.identity.back(), reinterpret_cast<void**>(&first)),
+        S_OK);
     ASSERT_EQ(factory->CreateInstance(nullptr, IID_IUnknown, reinterpret_cast<void**>(&second)),
               S_OK);
     EXPECT_NE(first, second);
@@ -157,11 +158,16 @@ TEST_P(ClassFactoryTest, CreateInstanceCountsOnlyObjectsItHandsOutUntilTheirFina
 
 INSTANTIATE_TEST_SUITE_P(
     BothClasses, ClassFactoryTest,
-    testing::Values(ServerClass{"Addin", CLSID_TalvornAddin,
+    testing::Values(ServerClass{"Addin",
+                                CLSID_TalvornAddin,
                                 {IID_IUnknown, IID_IDispatch, IID_IDTExtensibility2},
-                                {IID_IRibbonExtensibility}, IID_IClassFactory},
-                    ServerClass{"Connector", CLSID_TDConnectorCOM, {IID_IUnknown, IID_IDispatch},
-                                {}, IID_IRibbonExtensibility}),
+                                {IID_IRibbonExtensibility},
+                                IID_IClassFactory},
+                    ServerClass{"Connector",
+                                CLSID_TDConnectorCOM,
+                                {IID_IUnknown, IID_IDispatch},
+                                {},
+                                IID_IRibbonExtensibility}),
     [](const testing::TestParamInfo<ServerClass>& info) { return std::string(info.param.name); });
 
 // --- The built DLL, loaded as COM loads it: its exports and its imports.
