@@ -5,7 +5,7 @@
 #include "common/LogFile.h"
 #include "common/Messages.h"
 #include "common/Module.h"
-#include "handoff/StorageTargetText.h"
+#include "settings/StorageTargetText.h"
 #include "resources/resource.h"
 #include "settings/TDCSettings.h"
 

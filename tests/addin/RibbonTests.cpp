@@ -13,6 +13,7 @@
 #include "common/Messages.h"
 #include "common/Variant.h"
 #include "resources/resource.h"
+#include "common/ServerCounts.h"
 #include "server/ComServer.h"
 #include "support/BuiltModule.h"
 #include "officesim/FakeDispatch.h"

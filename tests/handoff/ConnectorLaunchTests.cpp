@@ -3,7 +3,7 @@
 #include <string>
 
 #include "handoff/ConnectorLaunch.h"
-#include "handoff/StorageTargetText.h"
+#include "settings/StorageTargetText.h"
 #include "settings/TDCSettings.h"
 #include "support/ConnectorRecord.h"
 #include "support/RegistrySandbox.h"
