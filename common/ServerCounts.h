@@ -4,8 +4,8 @@
 
 #include <windows.h>
 
-// A class factory's successful CreateInstance raises the live-object count; each object's final
-// Release lowers it.
+// Raised and lowered by the COM object base (common/ComObject.h) for the objects of the server's
+// own classes, from their construction to their destruction.
 void ObjectCreated() noexcept;
 void ObjectDestroyed() noexcept;
 LONG LiveObjectCount() noexcept;

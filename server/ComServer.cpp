@@ -1,10 +1,10 @@
 #include "server/ComServer.h"
 
-#include <memory>
-#include <new>
-
 #include "addin/TDConnectorCOM.h"
 #include "addin/TalvornAddin.h"
+#include "common/ComError.h"
+#include "common/ComObject.h"
+#include "common/ServerCounts.h"
 #include "server/ClassFactory.h"
 
 using CTalvornAddinCF = CClassFactory<CTalvornAddin>;
@@ -13,18 +13,13 @@ using CTDConnectorCOMCF = CClassFactory<CTDConnectorCOM>;
 namespace {
 
 template <class Factory>
-HRESULT HandOutFactory(REFIID riid, void** ppv) {
-    std::unique_ptr<Factory> factory(new (std::nothrow) Factory());
-    if (!factory) {
-        return E_OUTOFMEMORY;
+HRESULT HandOutFactory(REFIID riid, void** ppv) noexcept {
+    try {
+        // A factory asked for an interface it does not have goes with this reference.
+        return MakeComObject<Factory>()->QueryInterface(riid, ppv);
+    } catch (...) {
+        return HResultFromCaughtException();
     }
-    HRESULT hr = factory->QueryInterface(riid, ppv);
-    if (FAILED(hr)) {
-        *ppv = nullptr;
-        return hr;
-    }
-    factory.release();
-    return hr;
 }
 
 }  // namespace

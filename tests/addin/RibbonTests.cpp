@@ -16,7 +16,7 @@
 #include "common/ServerCounts.h"
 #include "server/ComServer.h"
 #include "support/BuiltModule.h"
-#include "support/FakeDispatch.h"
+#include "officesim/FakeDispatch.h"
 #include "support/RegistrySandbox.h"
 #include "support/TestFiles.h"
 #include "support/WindowWatcher.h"

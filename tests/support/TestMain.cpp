@@ -9,6 +9,7 @@
 #include <string>
 
 #include "common/LogFile.h"
+#include "officesim/FakeDispatch.h"
 #include "support/TestFiles.h"
 
 namespace {
@@ -59,6 +60,7 @@ std::wstring UsePrivateTempDirectory() {
 
 int main(int argc, char** argv) {
     testing::InitGoogleTest(&argc, argv);
+    FakeDispatch::ReportMisuseTo([](const std::string& message) { ADD_FAILURE() << message; });
     std::wstring temp = UsePrivateTempDirectory();
     testing::UnitTest::GetInstance()->listeners().Append(new WatchdogListener);
     CloseHandle(CreateThread(nullptr, 0, Watchdog, nullptr, 0, nullptr));

@@ -18,6 +18,9 @@ constexpr DWORD kPollIntervalMs = 20;
 constexpr DWORD kAnswerGraceMs = 5000;
 // Reading a control's text waits this long for the dialog's thread to answer.
 constexpr UINT kSendTimeoutMs = 2000;
+// Posted to the call window: run call number wParam.
+constexpr UINT kRunCall = WM_APP;
+constexpr wchar_t kCallWindowClass[] = L"TalvornWindowWatcherCalls";
 
 bool SameClass(const std::wstring& name, const wchar_t* className) {
     return CompareStringOrdinal(name.c_str(), -1, className, -1, TRUE) == CSTR_EQUAL;
@@ -200,6 +203,46 @@ WindowWatcher::Expectation& WindowWatcher::Expectation::SelectInCombo(int comboI
     return *this;
 }
 
+WindowWatcher::Expectation& WindowWatcher::Expectation::Call(std::function<void()> action) {
+    HWND& window = m_watcher.m_callWindow;
+    if (!window) {
+        WNDCLASSW windowClass{};
+        windowClass.lpfnWndProc = CallWindowProc;
+        windowClass.hInstance = GetModuleHandleW(nullptr);
+        windowClass.lpszClassName = kCallWindowClass;
+        RegisterClassW(&windowClass);  // fails harmlessly when an earlier watcher registered it
+        window = CreateWindowExW(0, kCallWindowClass, L"", 0, 0, 0, 0, 0, HWND_MESSAGE, nullptr,
+                                 windowClass.hInstance, nullptr);
+        if (!window) {
+            throw std::runtime_error("WindowWatcher: cannot create its call window");
+        }
+        SetWindowLongPtrW(window, GWLP_USERDATA, reinterpret_cast<LONG_PTR>(&m_watcher));
+    }
+    std::lock_guard<std::mutex> lock(m_watcher.m_mutex);
+    m_watcher.m_plans[m_index].calls.push_back(m_watcher.m_calls.size());
+    m_watcher.m_calls.push_back(std::move(action));
+    return *this;
+}
+
+LRESULT CALLBACK WindowWatcher::CallWindowProc(HWND hwnd, UINT message, WPARAM wParam,
+                                               LPARAM lParam) {
+    auto* watcher = reinterpret_cast<WindowWatcher*>(GetWindowLongPtrW(hwnd, GWLP_USERDATA));
+    if (message != kRunCall || !watcher) {
+        return DefWindowProcW(hwnd, message, wParam, lParam);
+    }
+    std::function<void()> action;
+    {
+        std::lock_guard<std::mutex> lock(watcher->m_mutex);
+        action = watcher->m_calls.at(wParam);
+    }
+    try {
+        action();
+    } catch (...) {
+        ADD_FAILURE() << "WindowWatcher: a call threw";
+    }
+    return 0;
+}
+
 WindowWatcher::WindowWatcher() : m_stop(CreateEventW(nullptr, TRUE, FALSE, nullptr)) {
     if (!m_stop) {
         throw std::runtime_error("WindowWatcher: cannot create its stop event");
@@ -225,6 +268,9 @@ WindowWatcher::WindowWatcher() : m_stop(CreateEventW(nullptr, TRUE, FALSE, nullp
 WindowWatcher::~WindowWatcher() {
     SetEvent(m_stop.get());
     m_thread.join();
+    if (m_callWindow) {
+        DestroyWindow(m_callWindow);
+    }
     if (m_messageBoxSlot) {
         WriteSlot(m_messageBoxSlot, reinterpret_cast<void*>(g_realMessageBoxW.load()));
     }
@@ -246,7 +292,7 @@ int WINAPI WindowWatcher::NotingMessageBoxW(HWND owner, LPCWSTR text, LPCWSTR ca
 
 WindowWatcher::Expectation WindowWatcher::Expect(const std::wstring& caption) {
     std::lock_guard<std::mutex> lock(m_mutex);
-    m_plans.push_back(Plan{caption, {}, false});
+    m_plans.push_back(Plan{caption, {}, {}, false});
     return Expectation(*this, m_plans.size() - 1);
 }
 
@@ -323,6 +369,7 @@ void WindowWatcher::Poll() {
 
         Window record = Describe(dialog);
         std::vector<Action> actions;
+        std::vector<size_t> calls;
         {
             std::lock_guard<std::mutex> lock(m_mutex);
             for (auto call = m_boxCalls.begin(); call != m_boxCalls.end(); ++call) {
@@ -337,15 +384,17 @@ void WindowWatcher::Poll() {
                     plan.used = true;
                     record.expected = true;
                     actions = plan.actions;
+                    calls = plan.calls;
                     break;
                 }
             }
         }
-        Answer(dialog, record, actions);
+        Answer(dialog, record, actions, calls);
     }
 }
 
-void WindowWatcher::Answer(HWND dialog, Window& record, const std::vector<Action>& actions) {
+void WindowWatcher::Answer(HWND dialog, Window& record, const std::vector<Action>& actions,
+                           const std::vector<size_t>& calls) {
     // Check every action and record the window before any answer goes out: the code under test
     // may return, and the test read Seen(), as soon as the dialog has its answer.
     std::vector<std::pair<int, int>> answers;  // a control id and a combo box entry, -1 to click
@@ -371,6 +420,9 @@ void WindowWatcher::Answer(HWND dialog, Window& record, const std::vector<Action
         m_seen.push_back(record);
     }
     // Posted, not sent: the dialog's thread handles them in this order once its modal loop runs.
+    for (size_t call : calls) {
+        PostMessageW(m_callWindow, kRunCall, call, 0);
+    }
     for (auto [id, entry] : answers) {
         HWND control = GetDlgItem(dialog, id);
         if (entry < 0) {

@@ -1,7 +1,8 @@
 // Answers the message boxes and dialogs that the code under test shows on the test's own thread.
 // A watcher thread polls the process's visible top-level dialog windows (class "#32770") every
 // 20 ms, records each new one (caption, owner, its visible controls), and acts as the test told
-// it beforehand: it clicks a button, or picks a combo box entry and then clicks. A window nobody
+// it beforehand: it clicks a button, or picks a combo box entry and then clicks, after having the
+// test's thread run a piece of the test while the window is open, if asked. A window nobody
 // expected is recorded and dismissed, so a test never hangs on it.
 //
 // Wine draws message boxes without regard to MB_TOPMOST and the icon flags, so while a watcher
@@ -16,6 +17,7 @@
 
 #include <windows.h>
 
+#include <functional>
 #include <iosfwd>
 #include <mutex>
 #include <optional>
@@ -61,6 +63,9 @@ public:
         // Selects the entry `text` of a combo box before the click (posted as CB_SETCURSEL
         // followed by the CBN_SELCHANGE notification a user's pick sends).
         Expectation& SelectInCombo(int comboId, const std::wstring& text);
+        // Runs `action` on the thread that calls this, from inside the window's modal loop (as a
+        // host's own windows are called there), before the window is answered.
+        Expectation& Call(std::function<void()> action);
 
     private:
         friend class WindowWatcher;
@@ -97,6 +102,7 @@ private:
     struct Plan {
         std::wstring caption;
         std::vector<Action> actions;
+        std::vector<size_t> calls;  // indexes into m_calls
         bool used = false;
     };
 
@@ -114,16 +120,21 @@ private:
     };
 
     static int WINAPI NotingMessageBoxW(HWND owner, LPCWSTR text, LPCWSTR caption, UINT type);
+    static LRESULT CALLBACK CallWindowProc(HWND hwnd, UINT message, WPARAM wParam, LPARAM lParam);
     void AddAction(size_t plan, Action action);
     void Run() noexcept;
     void Poll();
-    void Answer(HWND dialog, Window& record, const std::vector<Action>& actions);
+    void Answer(HWND dialog, Window& record, const std::vector<Action>& actions,
+                const std::vector<size_t>& calls);
 
     mutable std::mutex m_mutex;
     std::vector<Plan> m_plans;
     std::vector<Window> m_seen;
     // MessageBoxW calls whose window has not been seen yet.
     std::vector<MessageBoxCall> m_boxCalls;
+    std::vector<std::function<void()>> m_calls;
+    // A message-only window of the thread that set up the calls: posted to, it runs one of them.
+    HWND m_callWindow = nullptr;
     // Touched by the watcher thread only.
     std::vector<Handled> m_handled;
 
