@@ -10,7 +10,6 @@
 #include <mapix.h>
 
 #include <atomic>
-#include <mutex>
 
 #include "tools/mapisim/MapiSim.h"
 #include "tools/mapisim/SimModel.h"
@@ -27,7 +26,7 @@ struct alignas(16) BlockHeader {
 constexpr ULONG kLiveMagic = 0x4D534D42;  // "BMSM"
 static_assert(sizeof(BlockHeader) % 16 == 0);
 
-std::mutex g_blocks;
+SRWLOCK g_blocks = SRWLOCK_INIT;
 ULONG g_liveBuffers = 0;
 
 BlockHeader* HeaderOf(void* p) {
@@ -106,7 +105,7 @@ SCODE STDAPICALLTYPE MAPIAllocateBuffer(ULONG cbSize, LPVOID* lppBuffer) {
     if (!lppBuffer) {
         return MAPI_E_INVALID_PARAMETER;
     }
-    std::lock_guard<std::mutex> lock(g_blocks);
+    mapisim::ExclusiveLock lock(g_blocks);
     *lppBuffer = NewBlock(cbSize, nullptr);
     return *lppBuffer ? S_OK : MAPI_E_NOT_ENOUGH_MEMORY;
 }
@@ -119,7 +118,7 @@ SCODE STDAPICALLTYPE MAPIAllocateMore(ULONG cbSize, LPVOID lpObject, LPVOID* lpp
     if (!lpObject) {
         return MAPI_E_INVALID_PARAMETER;
     }
-    std::lock_guard<std::mutex> lock(g_blocks);
+    mapisim::ExclusiveLock lock(g_blocks);
     BlockHeader* parent = HeaderOf(lpObject);
     if (parent->magic != kLiveMagic) {
         return MAPI_E_INVALID_PARAMETER;
@@ -134,7 +133,7 @@ ULONG STDAPICALLTYPE MAPIFreeBuffer(LPVOID lpBuffer) {
     if (!lpBuffer) {
         return S_OK;
     }
-    std::lock_guard<std::mutex> lock(g_blocks);
+    mapisim::ExclusiveLock lock(g_blocks);
     BlockHeader* header = HeaderOf(lpBuffer);
     if (header->magic != kLiveMagic) {
         return static_cast<ULONG>(MAPI_E_INVALID_PARAMETER);
@@ -190,7 +189,7 @@ HRESULT STDAPICALLTYPE OpenStreamOnFile(LPALLOCATEBUFFER, LPFREEBUFFER, ULONG ul
 }
 
 ULONG STDAPICALLTYPE MapiSimLiveBuffers() {
-    std::lock_guard<std::mutex> lock(g_blocks);
+    mapisim::ExclusiveLock lock(g_blocks);
     return g_liveBuffers;
 }
 

@@ -11,7 +11,6 @@
 
 #include <algorithm>
 #include <memory>
-#include <mutex>
 
 #include "tools/mapisim/MapiSim.h"
 #include "tools/mapisim/SimObjects.h"
@@ -23,8 +22,7 @@ struct _MSGSESS {
 namespace mapisim {
 namespace {
 
-std::mutex g_sessionsLock;
-ULONG g_liveSessions = 0;
+std::atomic<ULONG> g_liveSessions{0};
 
 class Message;
 
@@ -107,15 +105,17 @@ private:
 
 class Message final : public IMessage, LiveObject {
 public:
-    Message(std::shared_ptr<_MSGSESS> session, IStorage* storage, ULONG flags,
-            MSGCALLRELEASE* onRelease, ULONG callerData)
-        : m_session(std::move(session)),
-          m_storage(storage),
-          m_flags(flags),
-          m_onRelease(onRelease),
-          m_callerData(callerData) {}
+    Message(std::shared_ptr<_MSGSESS> session, IStorage* storage, ULONG flags)
+        : m_session(std::move(session)), m_storage(storage), m_flags(flags) {}
+    // Called with the caller's data when the last reference goes.
+    void OnRelease(MSGCALLRELEASE* callback, ULONG callerData) {
+        m_onRelease = callback;
+        m_callerData = callerData;
+    }
 
-    HRESULT Load() { return ReadMessage(m_storage.get(), m_model); }
+    HRESULT Load() noexcept try { return ReadMessage(m_storage.get(), m_model); } catch (...) {
+        return CaughtError();
+    }
     MessageModel& Model() { return m_model; }
 
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) override {
@@ -150,7 +150,7 @@ public:
     }
     // Writes the whole message into its storage and commits the storage unless the message was
     // opened with IMSG_NO_ISTG_COMMIT.
-    HRESULT STDMETHODCALLTYPE SaveChanges(ULONG) override {
+    HRESULT STDMETHODCALLTYPE SaveChanges(ULONG) override try {
         if (!m_session->open) {
             return MAPI_E_OBJECT_DELETED;
         }
@@ -159,6 +159,8 @@ public:
             hr = m_storage->Commit(STGC_DEFAULT);
         }
         return hr;
+    } catch (...) {
+        return CaughtError();
     }
     HRESULT STDMETHODCALLTYPE GetProps(LPSPropTagArray tags, ULONG flags, ULONG* count,
                                        LPSPropValue* values) override {
@@ -184,7 +186,8 @@ public:
     // for both, by excluding IID_IMessage.
     HRESULT STDMETHODCALLTYPE CopyTo(ULONG excludedIidCount, LPCIID excludedIids,
                                      LPSPropTagArray excluded, ULONG, LPMAPIPROGRESS, LPCIID iid,
-                                     LPVOID dest, ULONG, LPSPropProblemArray* problems) override {
+                                     LPVOID dest, ULONG, LPSPropProblemArray* problems) override
+        try {
         if (problems) {
             *problems = nullptr;
         }
@@ -227,6 +230,8 @@ public:
             }
         }
         return hr;
+    } catch (...) {
+        return CaughtError();
     }
     HRESULT STDMETHODCALLTYPE CopyProps(LPSPropTagArray, ULONG, LPMAPIPROGRESS, LPCIID, LPVOID,
                                         ULONG, LPSPropProblemArray*) override {
@@ -242,7 +247,7 @@ public:
     }
 
     // The attachment table leaves out the attachments' data, as a store's does.
-    HRESULT STDMETHODCALLTYPE GetAttachmentTable(ULONG flags, LPMAPITABLE* table) override {
+    HRESULT STDMETHODCALLTYPE GetAttachmentTable(ULONG flags, LPMAPITABLE* table) override try {
         if (!table) {
             return MAPI_E_INVALID_PARAMETER;
         }
@@ -251,8 +256,11 @@ public:
             row.erase(PROP_ID(PR_ATTACH_DATA_BIN));
         }
         return CreateSnapshotTable(std::move(rows), flags & MAPI_UNICODE, table);
+    } catch (...) {
+        return CaughtError();
     }
-    HRESULT STDMETHODCALLTYPE OpenAttach(ULONG number, LPCIID, ULONG, LPATTACH* attach) override {
+    HRESULT STDMETHODCALLTYPE OpenAttach(ULONG number, LPCIID, ULONG, LPATTACH* attach) override
+        try {
         if (!attach) {
             return MAPI_E_INVALID_PARAMETER;
         }
@@ -263,9 +271,11 @@ public:
         }
         *attach = new Attachment(this, *it);
         return S_OK;
+    } catch (...) {
+        return CaughtError();
     }
-    HRESULT STDMETHODCALLTYPE CreateAttach(LPCIID, ULONG, ULONG* number,
-                                           LPATTACH* attach) override {
+    HRESULT STDMETHODCALLTYPE CreateAttach(LPCIID, ULONG, ULONG* number, LPATTACH* attach) override
+        try {
         if (!number || !attach) {
             return MAPI_E_INVALID_PARAMETER;
         }
@@ -280,6 +290,8 @@ public:
         *number = static_cast<ULONG>(next);
         *attach = new Attachment(this, std::move(props));
         return S_OK;
+    } catch (...) {
+        return CaughtError();
     }
     HRESULT STDMETHODCALLTYPE DeleteAttach(ULONG number, ULONG, LPMAPIPROGRESS, ULONG) override {
         auto it = FindAttachment(number);
@@ -289,15 +301,17 @@ public:
         m_model.attachments.erase(it);
         return S_OK;
     }
-    HRESULT STDMETHODCALLTYPE GetRecipientTable(ULONG flags, LPMAPITABLE* table) override {
+    HRESULT STDMETHODCALLTYPE GetRecipientTable(ULONG flags, LPMAPITABLE* table) override try {
         if (!table) {
             return MAPI_E_INVALID_PARAMETER;
         }
         return CreateSnapshotTable(m_model.recipients, flags & MAPI_UNICODE, table);
+    } catch (...) {
+        return CaughtError();
     }
     // Adds (numbering them with PR_ROWID), modifies or removes recipients; with no flag the list
     // replaces all recipients.
-    HRESULT STDMETHODCALLTYPE ModifyRecipients(ULONG flags, LPADRLIST list) override {
+    HRESULT STDMETHODCALLTYPE ModifyRecipients(ULONG flags, LPADRLIST list) override try {
         if (!list) {
             return MAPI_E_INVALID_PARAMETER;
         }
@@ -333,14 +347,18 @@ public:
             }
         }
         return S_OK;
+    } catch (...) {
+        return CaughtError();
     }
     HRESULT STDMETHODCALLTYPE SubmitMessage(ULONG) override { return MAPI_E_NO_SUPPORT; }
-    HRESULT STDMETHODCALLTYPE SetReadFlag(ULONG flags) override {
+    HRESULT STDMETHODCALLTYPE SetReadFlag(ULONG flags) override try {
         LONG messageFlags = GetLong(m_model.props, PR_MESSAGE_FLAGS, 0);
         messageFlags =
             flags & CLEAR_READ_FLAG ? messageFlags & ~MSGFLAG_READ : messageFlags | MSGFLAG_READ;
         PutLong(m_model.props, PR_MESSAGE_FLAGS, messageFlags);
         return S_OK;
+    } catch (...) {
+        return CaughtError();
     }
 
 private:
@@ -396,8 +414,8 @@ private:
     std::shared_ptr<_MSGSESS> m_session;
     ComPtr<IStorage> m_storage;
     ULONG m_flags;
-    MSGCALLRELEASE* m_onRelease;
-    ULONG m_callerData;
+    MSGCALLRELEASE* m_onRelease = nullptr;
+    ULONG m_callerData = 0;
     MessageModel m_model;
     LONG m_nextAttachment = 0;
 };
@@ -411,7 +429,7 @@ PropertyHost Attachment::Host() {
     return {m_props, m_message->Model().names, static_cast<IAttach*>(this)};
 }
 
-HRESULT Attachment::SaveChanges(ULONG) {
+HRESULT Attachment::SaveChanges(ULONG) try {
     std::vector<PropertyList>& attachments = m_message->Model().attachments;
     LONG number = GetLong(m_props, PR_ATTACH_NUM, -1);
     auto it = std::find_if(attachments.begin(), attachments.end(), [number](const PropertyList& a) {
@@ -423,10 +441,12 @@ HRESULT Attachment::SaveChanges(ULONG) {
         *it = m_props;
     }
     return S_OK;
+} catch (...) {
+    return CaughtError();
 }
 
 HRESULT Attachment::CopyTo(ULONG, LPCIID, LPSPropTagArray excluded, ULONG, LPMAPIPROGRESS, LPCIID,
-                           LPVOID dest, ULONG, LPSPropProblemArray* problems) {
+                           LPVOID dest, ULONG, LPSPropProblemArray* problems) try {
     if (problems) {
         *problems = nullptr;
     }
@@ -444,6 +464,8 @@ HRESULT Attachment::CopyTo(ULONG, LPCIID, LPSPropTagArray excluded, ULONG, LPMAP
         excludedIds.insert(PROP_ID(excluded->aulPropTag[i]));
     }
     return CopyProperties(m_props, m_message->Model().names, target.get(), excludedIds);
+} catch (...) {
+    return CaughtError();
 }
 
 // A session handle is shared by the messages opened on it; closing it keeps the messages
@@ -470,7 +492,6 @@ SCODE STDAPICALLTYPE OpenIMsgSession(LPMALLOC, ULONG, LPMSGSESS* lppMsgSess) {
         *lppMsgSess = nullptr;
         return MAPI_E_NOT_ENOUGH_MEMORY;
     }
-    std::lock_guard<std::mutex> lock(g_sessionsLock);
     ++g_liveSessions;
     return S_OK;
 }
@@ -483,7 +504,6 @@ void STDAPICALLTYPE CloseIMsgSession(LPMSGSESS lpMsgSess) {
     auto* handle = SessionOf(lpMsgSess);
     (*handle)->open = false;
     delete handle;
-    std::lock_guard<std::mutex> lock(g_sessionsLock);
     --g_liveSessions;
 }
 
@@ -500,23 +520,20 @@ SCODE STDAPICALLTYPE OpenIMsgOnIStg(LPMSGSESS lpMsgSess, LPALLOCATEBUFFER, LPALL
     }
     try {
         ComPtr<IMessage> message;
-        auto* created =
-            new Message(*SessionOf(lpMsgSess), lpStg, ulFlags, lpfMsgCallRelease, ulCallerData);
+        auto* created = new Message(*SessionOf(lpMsgSess), lpStg, ulFlags);
         message.Attach(created);
         HRESULT hr = created->Load();
         if (FAILED(hr)) {
             return hr;
         }
+        created->OnRelease(lpfMsgCallRelease, ulCallerData);
         *lppMsg = message.Detach();
         return S_OK;
     } catch (...) {
-        return MAPI_E_NOT_ENOUGH_MEMORY;
+        return CaughtError();
     }
 }
 
-ULONG STDAPICALLTYPE MapiSimLiveSessions() {
-    std::lock_guard<std::mutex> lock(g_sessionsLock);
-    return g_liveSessions;
-}
+ULONG STDAPICALLTYPE MapiSimLiveSessions() { return g_liveSessions; }
 
 }  // extern "C"

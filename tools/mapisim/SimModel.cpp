@@ -1,10 +1,12 @@
 // Conversions between the simulator's stored values and MAPI's SPropValue.
 #include "tools/mapisim/SimModel.h"
 
+#include <mapicode.h>
 #include <mapitags.h>
 #include <mapix.h>
 
 #include <cstring>
+#include <new>
 
 namespace mapisim {
 
@@ -15,6 +17,16 @@ bool NamedProperty::operator==(const NamedProperty& other) const {
         return false;
     }
     return kind == MNID_ID ? id == other.id : name == other.name;
+}
+
+HRESULT CaughtError() noexcept {
+    try {
+        throw;
+    } catch (const std::bad_alloc&) {
+        return MAPI_E_NOT_ENOUGH_MEMORY;
+    } catch (...) {
+        return MAPI_E_CALL_FAILED;
+    }
 }
 
 int FixedSize(ULONG type) {

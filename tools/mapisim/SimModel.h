@@ -3,6 +3,7 @@
 // share one model. Also the conversions between the model and MAPI's SPropValue.
 #pragma once
 
+#include <windows.h>
 #include <mapidefs.h>
 
 #include <atomic>
@@ -13,6 +14,20 @@
 namespace mapisim {
 
 extern std::atomic<ULONG> g_liveObjects;
+
+// Holds a slim reader/writer lock exclusively for a scope; unlike std::mutex it cannot throw.
+class ExclusiveLock {
+public:
+    explicit ExclusiveLock(SRWLOCK& lock) noexcept : m_lock(lock) {
+        AcquireSRWLockExclusive(&m_lock);
+    }
+    ~ExclusiveLock() { ReleaseSRWLockExclusive(&m_lock); }
+    ExclusiveLock(const ExclusiveLock&) = delete;
+    ExclusiveLock& operator=(const ExclusiveLock&) = delete;
+
+private:
+    SRWLOCK& m_lock;
+};
 
 // GetProps answers values longer than this with MAPI_E_NOT_ENOUGH_MEMORY, as a message store
 // does; OpenProperty reads them whole through a stream.
@@ -59,6 +74,10 @@ bool ToPropValue(const PropertyList& list, ULONG tag, bool unicode, bool limit, 
                  SPropValue& out);
 // Stores `value` in `list`; fails for types the simulator does not store.
 HRESULT FromPropValue(const SPropValue& value, PropertyList& list);
+
+// The result a COM method or export gives for the exception it caught: no exception leaves the
+// module.
+HRESULT CaughtError() noexcept;
 
 std::wstring Widen(const std::string& narrow);
 std::string Narrow(const std::wstring& wide);

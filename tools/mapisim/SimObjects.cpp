@@ -124,7 +124,7 @@ public:
         }
         return S_OK;
     }
-    HRESULT STDMETHODCALLTYPE Write(const void* pv, ULONG cb, ULONG* written) override {
+    HRESULT STDMETHODCALLTYPE Write(const void* pv, ULONG cb, ULONG* written) override try {
         if (!m_writable) {
             return STG_E_ACCESSDENIED;
         }
@@ -140,6 +140,8 @@ public:
             *written = cb;
         }
         return S_OK;
+    } catch (...) {
+        return CaughtError();
     }
     HRESULT STDMETHODCALLTYPE Seek(LARGE_INTEGER move, DWORD origin,
                                    ULARGE_INTEGER* newPosition) override {
@@ -156,12 +158,14 @@ public:
         }
         return S_OK;
     }
-    HRESULT STDMETHODCALLTYPE SetSize(ULARGE_INTEGER size) override {
+    HRESULT STDMETHODCALLTYPE SetSize(ULARGE_INTEGER size) override try {
         if (!m_writable) {
             return STG_E_ACCESSDENIED;
         }
         m_data.resize(static_cast<size_t>(size.QuadPart));
         return S_OK;
+    } catch (...) {
+        return CaughtError();
     }
     HRESULT STDMETHODCALLTYPE CopyTo(IStream* dest, ULARGE_INTEGER cb, ULARGE_INTEGER* read,
                                      ULARGE_INTEGER* written) override {
@@ -262,18 +266,22 @@ public:
         *type = TBLTYPE_SNAPSHOT;
         return S_OK;
     }
-    HRESULT STDMETHODCALLTYPE SetColumns(LPSPropTagArray tags, ULONG) override {
+    HRESULT STDMETHODCALLTYPE SetColumns(LPSPropTagArray tags, ULONG) override try {
         if (!tags) {
             return MAPI_E_INVALID_PARAMETER;
         }
         m_columns.assign(tags->aulPropTag, tags->aulPropTag + tags->cValues);
         return S_OK;
+    } catch (...) {
+        return CaughtError();
     }
-    HRESULT STDMETHODCALLTYPE QueryColumns(ULONG flags, LPSPropTagArray* tags) override {
+    HRESULT STDMETHODCALLTYPE QueryColumns(ULONG flags, LPSPropTagArray* tags) override try {
         if (!tags) {
             return MAPI_E_INVALID_PARAMETER;
         }
         return MakeTagArray(flags & TBL_ALL_COLUMNS ? AllColumns() : m_columns, tags);
+    } catch (...) {
+        return CaughtError();
     }
     HRESULT STDMETHODCALLTYPE GetRowCount(ULONG, ULONG* count) override {
         if (!count) {
@@ -329,7 +337,7 @@ public:
     }
     // Rows forward from the cursor; each row's values are a buffer of their own, so the caller
     // frees them row by row and then the row set, as with any MAPI table.
-    HRESULT STDMETHODCALLTYPE QueryRows(LONG count, ULONG flags, LPSRowSet* rows) override {
+    HRESULT STDMETHODCALLTYPE QueryRows(LONG count, ULONG flags, LPSRowSet* rows) override try {
         if (!rows) {
             return MAPI_E_INVALID_PARAMETER;
         }
@@ -372,6 +380,8 @@ public:
         }
         *rows = static_cast<LPSRowSet>(set.release());
         return S_OK;
+    } catch (...) {
+        return CaughtError();
     }
     HRESULT STDMETHODCALLTYPE Abort() override { return S_OK; }
     HRESULT STDMETHODCALLTYPE ExpandRow(ULONG, LPBYTE, ULONG, ULONG, LPSRowSet*, ULONG*) override {
@@ -427,18 +437,23 @@ std::vector<BYTE> StreamContent(const Property& prop) {
 
 HRESULT CreatePropertyStream(std::vector<BYTE> content, bool writable,
                              std::function<HRESULT(const std::vector<BYTE>&)> commit,
-                             IUnknown* owner, IStream** stream) {
+                             IUnknown* owner, IStream** stream) try {
     *stream = new PropertyStream(std::move(content), writable, std::move(commit), owner);
     return S_OK;
+} catch (...) {
+    *stream = nullptr;
+    return CaughtError();
 }
 
-HRESULT CreateSnapshotTable(std::vector<PropertyList> rows, bool unicode, IMAPITable** table) {
+HRESULT CreateSnapshotTable(std::vector<PropertyList> rows, bool unicode, IMAPITable** table) try {
     *table = new SnapshotTable(std::move(rows), unicode);
     return S_OK;
+} catch (...) {
+    return CaughtError();
 }
 
 HRESULT PropertyHost::GetProps(LPSPropTagArray tags, ULONG flags, ULONG* count,
-                               LPSPropValue* values) {
+                               LPSPropValue* values) try {
     if (!count || !values) {
         return MAPI_E_INVALID_PARAMETER;
     }
@@ -467,9 +482,11 @@ HRESULT PropertyHost::GetProps(LPSPropTagArray tags, ULONG flags, ULONG* count,
     *count = static_cast<ULONG>(wanted.size());
     *values = static_cast<LPSPropValue>(array.release());
     return errors ? MAPI_W_ERRORS_RETURNED : S_OK;
+} catch (...) {
+    return CaughtError();
 }
 
-HRESULT PropertyHost::GetPropList(ULONG flags, LPSPropTagArray* tags) {
+HRESULT PropertyHost::GetPropList(ULONG flags, LPSPropTagArray* tags) try {
     if (!tags) {
         return MAPI_E_INVALID_PARAMETER;
     }
@@ -478,9 +495,11 @@ HRESULT PropertyHost::GetPropList(ULONG flags, LPSPropTagArray* tags) {
         all.push_back(ReportedTag(prop, flags & MAPI_UNICODE));
     }
     return MakeTagArray(all, tags);
+} catch (...) {
+    return CaughtError();
 }
 
-HRESULT PropertyHost::OpenProperty(ULONG tag, LPCIID iid, ULONG flags, LPUNKNOWN* unknown) {
+HRESULT PropertyHost::OpenProperty(ULONG tag, LPCIID iid, ULONG flags, LPUNKNOWN* unknown) try {
     if (!unknown || !iid) {
         return MAPI_E_INVALID_PARAMETER;
     }
@@ -533,9 +552,12 @@ HRESULT PropertyHost::OpenProperty(ULONG tag, LPCIID iid, ULONG flags, LPUNKNOWN
     HRESULT hr = CreatePropertyStream(StreamContent(current), writable, commit, owner, &stream);
     *unknown = stream;
     return hr;
+} catch (...) {
+    return CaughtError();
 }
 
-HRESULT PropertyHost::SetProps(ULONG count, LPSPropValue values, LPSPropProblemArray* problems) {
+HRESULT PropertyHost::SetProps(ULONG count, LPSPropValue values,
+                               LPSPropProblemArray* problems) try {
     if (!values && count) {
         return MAPI_E_INVALID_PARAMETER;
     }
@@ -547,9 +569,11 @@ HRESULT PropertyHost::SetProps(ULONG count, LPSPropValue values, LPSPropProblemA
         }
     }
     return MakeProblems(failed, problems);
+} catch (...) {
+    return CaughtError();
 }
 
-HRESULT PropertyHost::DeleteProps(LPSPropTagArray tags, LPSPropProblemArray* problems) {
+HRESULT PropertyHost::DeleteProps(LPSPropTagArray tags, LPSPropProblemArray* problems) try {
     if (!tags) {
         return MAPI_E_INVALID_PARAMETER;
     }
@@ -557,10 +581,12 @@ HRESULT PropertyHost::DeleteProps(LPSPropTagArray tags, LPSPropProblemArray* pro
         props.erase(PROP_ID(tags->aulPropTag[i]));
     }
     return MakeProblems({}, problems);
+} catch (...) {
+    return CaughtError();
 }
 
 HRESULT PropertyHost::GetNamesFromIDs(LPSPropTagArray* tags, LPGUID guid, ULONG, ULONG* count,
-                                      LPMAPINAMEID** result) {
+                                      LPMAPINAMEID** result) try {
     if (!tags || !count || !result) {
         return MAPI_E_INVALID_PARAMETER;
     }
@@ -624,10 +650,12 @@ HRESULT PropertyHost::GetNamesFromIDs(LPSPropTagArray* tags, LPGUID guid, ULONG,
     *count = static_cast<ULONG>(wanted.size());
     *result = static_cast<LPMAPINAMEID*>(array.release());
     return errors ? MAPI_W_ERRORS_RETURNED : S_OK;
+} catch (...) {
+    return CaughtError();
 }
 
 HRESULT PropertyHost::GetIDsFromNames(ULONG count, LPMAPINAMEID* requested, ULONG flags,
-                                      LPSPropTagArray* tags) {
+                                      LPSPropTagArray* tags) try {
     if (!tags) {
         return MAPI_E_INVALID_PARAMETER;
     }
@@ -670,10 +698,12 @@ HRESULT PropertyHost::GetIDsFromNames(ULONG count, LPMAPINAMEID* requested, ULON
     }
     HRESULT hr = MakeTagArray(result, tags);
     return FAILED(hr) ? hr : (errors ? MAPI_W_ERRORS_RETURNED : S_OK);
+} catch (...) {
+    return CaughtError();
 }
 
 HRESULT CopyProperties(const PropertyList& source, const std::vector<NamedProperty>& names,
-                       IMAPIProp* dest, const std::set<ULONG>& excluded) {
+                       IMAPIProp* dest, const std::set<ULONG>& excluded) try {
     BufferOwner array;
     HRESULT hr = MAPIAllocateBuffer(static_cast<ULONG>(sizeof(SPropValue) * (source.size() + 1)),
                                     array.put());
@@ -731,6 +761,8 @@ HRESULT CopyProperties(const PropertyList& source, const std::vector<NamedProper
         }
     }
     return count ? dest->SetProps(count, values, nullptr) : S_OK;
+} catch (...) {
+    return CaughtError();
 }
 
 }  // namespace mapisim
