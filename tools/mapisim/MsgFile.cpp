@@ -164,8 +164,10 @@ HRESULT ReadProperties(IStorage* storage, size_t headerSize, PropertyList& props
     return S_OK;
 }
 
-// CRC-32 (reflected, polynomial 0xEDB88320) of a string name's UTF-16 bytes, with a zero start
-// value and no final inversion, which gives the hash streams' bucket of a string name.
+// CRC-32 (reflected, polynomial 0xEDB88320, zero start value, no final inversion) of a string
+// name's UTF-16 bytes: the key of a string name in the hash streams. The simulator itself reads
+// names from the entry stream only, so a reader that looks string names up through the hash
+// streams is the one place a different CRC convention would show.
 ULONG NameCrc(const std::wstring& name) {
     ULONG crc = 0;
     const BYTE* p = reinterpret_cast<const BYTE*>(name.data());

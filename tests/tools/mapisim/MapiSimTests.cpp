@@ -19,6 +19,9 @@
 // set: the real module's writes narrow text.
 extern "C" void STDAPICALLTYPE HexFromBin(LPBYTE lpb, int cb, LPSTR lpsz);
 extern "C" LPMALLOC STDAPICALLTYPE MAPIGetDefaultMalloc();
+extern "C" HRESULT STDAPICALLTYPE OpenStreamOnFile(LPALLOCATEBUFFER, LPFREEBUFFER, ULONG ulFlags,
+                                                   LPSTR lpszFileName, LPSTR lpszPrefix,
+                                                   LPSTREAM* lppStream);
 
 namespace {
 
@@ -55,6 +58,23 @@ TEST(MapiSimHex, WritesTwoUpperCaseDigitsPerByte) {
     EXPECT_STREQ("00AB7FC4", text);
     HexFromBin(bytes, 0, text);
     EXPECT_STREQ("", text);
+}
+
+TEST(MapiSimStreamOnFile, MakesAFileOfAUniqueNameInTheFolder) {
+    ScratchFolder folder;
+    std::string path = ToUtf8(folder.Path());
+    ComPtr<IStream> stream;
+    ASSERT_EQ(S_OK, OpenStreamOnFile(MAPIAllocateBuffer, MAPIFreeBuffer, 0x80000000 /* unique */,
+                                     path.data(), const_cast<LPSTR>("msg"), stream.put()));
+    ULONG written = 0;
+    EXPECT_EQ(S_OK, stream->Write("abc", 3, &written));
+    STATSTG stat{};
+    ASSERT_EQ(S_OK, stream->Stat(&stat, STATFLAG_DEFAULT));
+    std::wstring name = stat.pwcsName;
+    CoTaskMemFree(stat.pwcsName);
+    stream.reset();
+    EXPECT_EQ(0u, name.find(folder.Path() + L"msg"));
+    EXPECT_EQ("abc", ReadFileBytes(name));
 }
 
 // Each case opens its messages in one session and must give back every buffer, object and
