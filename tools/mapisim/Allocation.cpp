@@ -10,6 +10,7 @@
 #include <mapix.h>
 
 #include <atomic>
+#include <unordered_set>
 
 #include "tools/mapisim/MapiSim.h"
 #include "tools/mapisim/SimModel.h"
@@ -21,13 +22,14 @@ namespace {
 struct alignas(16) BlockHeader {
     BlockHeader* root;  // null for a buffer from MAPIAllocateBuffer
     BlockHeader* nextLinked;
-    ULONG magic;
 };
-constexpr ULONG kLiveMagic = 0x4D534D42;  // "BMSM"
 static_assert(sizeof(BlockHeader) % 16 == 0);
 
+// The live buffers, as the caller sees them: a pointer that is not here is never dereferenced,
+// so a buffer freed twice or a pointer from elsewhere is reported, not a crash.
 SRWLOCK g_blocks = SRWLOCK_INIT;
-ULONG g_liveBuffers = 0;
+std::unordered_set<void*>* g_live = new std::unordered_set<void*>;  // outlives every caller
+ULONG g_badFrees = 0;
 
 BlockHeader* HeaderOf(void* p) {
     return reinterpret_cast<BlockHeader*>(static_cast<BYTE*>(p) - sizeof(BlockHeader));
@@ -41,8 +43,12 @@ void* NewBlock(ULONG size, BlockHeader* root) {
     auto* header = static_cast<BlockHeader*>(raw);
     header->root = root;
     header->nextLinked = nullptr;
-    header->magic = kLiveMagic;
-    ++g_liveBuffers;
+    try {
+        g_live->insert(header + 1);
+    } catch (...) {
+        HeapFree(GetProcessHeap(), 0, raw);
+        return nullptr;
+    }
     if (root) {
         header->nextLinked = root->nextLinked;
         root->nextLinked = header;
@@ -51,8 +57,7 @@ void* NewBlock(ULONG size, BlockHeader* root) {
 }
 
 void DeleteBlock(BlockHeader* header) {
-    header->magic = 0;
-    --g_liveBuffers;
+    g_live->erase(header + 1);
     HeapFree(GetProcessHeap(), 0, header);
 }
 
@@ -119,26 +124,29 @@ SCODE STDAPICALLTYPE MAPIAllocateMore(ULONG cbSize, LPVOID lpObject, LPVOID* lpp
         return MAPI_E_INVALID_PARAMETER;
     }
     mapisim::ExclusiveLock lock(g_blocks);
-    BlockHeader* parent = HeaderOf(lpObject);
-    if (parent->magic != kLiveMagic) {
+    if (!g_live->count(lpObject)) {
         return MAPI_E_INVALID_PARAMETER;
     }
+    BlockHeader* parent = HeaderOf(lpObject);
     // A buffer linked to a linked buffer belongs to the same first buffer.
     *lppBuffer = NewBlock(cbSize, parent->root ? parent->root : parent);
     return *lppBuffer ? S_OK : MAPI_E_NOT_ENOUGH_MEMORY;
 }
 
-// Freeing a linked buffer on its own does nothing: it lives as long as the buffer it hangs on.
+// Freeing a linked buffer on its own does nothing (it lives as long as the buffer it hangs on)
+// and, like freeing what is not a live buffer, counts as a bad free.
 ULONG STDAPICALLTYPE MAPIFreeBuffer(LPVOID lpBuffer) {
     if (!lpBuffer) {
         return S_OK;
     }
     mapisim::ExclusiveLock lock(g_blocks);
-    BlockHeader* header = HeaderOf(lpBuffer);
-    if (header->magic != kLiveMagic) {
+    if (!g_live->count(lpBuffer)) {
+        ++g_badFrees;
         return static_cast<ULONG>(MAPI_E_INVALID_PARAMETER);
     }
+    BlockHeader* header = HeaderOf(lpBuffer);
     if (header->root) {
+        ++g_badFrees;
         return S_OK;
     }
     for (BlockHeader* linked = header->nextLinked; linked;) {
@@ -190,7 +198,12 @@ HRESULT STDAPICALLTYPE OpenStreamOnFile(LPALLOCATEBUFFER, LPFREEBUFFER, ULONG ul
 
 ULONG STDAPICALLTYPE MapiSimLiveBuffers() {
     mapisim::ExclusiveLock lock(g_blocks);
-    return g_liveBuffers;
+    return static_cast<ULONG>(g_live->size());
+}
+
+ULONG STDAPICALLTYPE MapiSimBadFrees() {
+    mapisim::ExclusiveLock lock(g_blocks);
+    return g_badFrees;
 }
 
 ULONG STDAPICALLTYPE MapiSimLiveObjects() { return mapisim::g_liveObjects; }

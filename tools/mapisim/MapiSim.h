@@ -5,7 +5,8 @@
 // What it models:
 // - MAPIAllocateBuffer, MAPIAllocateMore and MAPIFreeBuffer with the chain of linked buffers:
 //   freeing a first buffer frees every buffer allocated "more" on it; a linked buffer freed on
-//   its own stays until then. HexFromBin (narrow, upper-case), MAPIGetDefaultMalloc (the process
+//   its own stays until then, and that call, a second free and a foreign pointer are counted as
+//   bad frees instead of corrupting the heap. HexFromBin (narrow, upper-case), MAPIGetDefaultMalloc (the process
 //   heap), OpenStreamOnFile (a file stream).
 // - OpenIMsgSession, CloseIMsgSession and OpenIMsgOnIStg: an IMessage on a structured storage
 //   that reads the Outlook message file layout when opened and writes it on SaveChanges
@@ -41,6 +42,9 @@ extern "C" {
 // MAPI buffers not yet freed: those from MAPIAllocateBuffer and those linked to them by
 // MAPIAllocateMore, each counted once.
 ULONG STDAPICALLTYPE MapiSimLiveBuffers();
+// Calls of MAPIFreeBuffer with a buffer allocated "more" on another, one already freed, or a
+// pointer that never was a MAPI buffer.
+ULONG STDAPICALLTYPE MapiSimBadFrees();
 // Objects of the simulator still referenced: messages, attachments, tables and property streams.
 ULONG STDAPICALLTYPE MapiSimLiveObjects();
 // Message sessions opened by OpenIMsgSession and not yet closed.

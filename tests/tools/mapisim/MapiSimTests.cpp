@@ -35,6 +35,7 @@ using MapiBuffer = std::unique_ptr<T, MapiFree>;
 
 TEST(MapiSimBuffers, FreeingAFirstBufferFreesEveryBufferLinkedToIt) {
     ULONG before = MapiSimLiveBuffers();
+    ULONG badBefore = MapiSimBadFrees();
     void* first = nullptr;
     void* linked = nullptr;
     void* linkedToLinked = nullptr;
@@ -48,6 +49,8 @@ TEST(MapiSimBuffers, FreeingAFirstBufferFreesEveryBufferLinkedToIt) {
     MAPIFreeBuffer(first);
     EXPECT_EQ(before, MapiSimLiveBuffers());
     EXPECT_EQ(0u, MAPIFreeBuffer(nullptr));
+    MAPIFreeBuffer(first);  // twice
+    EXPECT_EQ(badBefore + 2, MapiSimBadFrees());
 }
 
 TEST(MapiSimHex, WritesTwoUpperCaseDigitsPerByte) {
@@ -83,6 +86,7 @@ class MapiSimMessage : public testing::Test {
 protected:
     void SetUp() override {
         m_buffersBefore = MapiSimLiveBuffers();
+        m_badFreesBefore = MapiSimBadFrees();
         m_path = m_folder / L"sample.msg";
         ASSERT_EQ(S_OK, sample::WriteSampleMessage(m_path));
         ASSERT_EQ(S_OK, OpenIMsgSession(MAPIGetDefaultMalloc(), 0, &m_session));
@@ -92,6 +96,7 @@ protected:
         EXPECT_EQ(m_buffersBefore, MapiSimLiveBuffers());
         EXPECT_EQ(0u, MapiSimLiveObjects());
         EXPECT_EQ(0u, MapiSimLiveSessions());
+        EXPECT_EQ(m_badFreesBefore, MapiSimBadFrees());
     }
 
     // The message in the file, on a storage opened with `mode`.
@@ -230,6 +235,7 @@ protected:
     std::wstring m_path;
     LPMSGSESS m_session = nullptr;
     ULONG m_buffersBefore = 0;
+    ULONG m_badFreesBefore = 0;
 };
 
 TEST_F(MapiSimMessage, ReadsBackEveryPartOfTheFileItWrote) {
