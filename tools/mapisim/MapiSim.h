@@ -6,8 +6,8 @@
 // - MAPIAllocateBuffer, MAPIAllocateMore and MAPIFreeBuffer with the chain of linked buffers:
 //   freeing a first buffer frees every buffer allocated "more" on it; a linked buffer freed on
 //   its own stays until then, and that call, a second free and a foreign pointer are counted as
-//   bad frees instead of corrupting the heap. HexFromBin (narrow, upper-case), MAPIGetDefaultMalloc (the process
-//   heap), OpenStreamOnFile (a file stream).
+//   bad frees instead of corrupting the heap. HexFromBin (narrow, upper-case),
+//   MAPIGetDefaultMalloc (the process heap), OpenStreamOnFile (a file stream).
 // - OpenIMsgSession, CloseIMsgSession and OpenIMsgOnIStg: an IMessage on a structured storage
 //   that reads the Outlook message file layout when opened and writes it on SaveChanges
 //   (committing the storage unless IMSG_NO_ISTG_COMMIT): the property stream, string, binary and
