@@ -23,8 +23,11 @@
 //   (QueryRows forward, SetColumns, SeekRow), ModifyRecipients, CreateAttach, OpenAttach,
 //   DeleteAttach, SetReadFlag, and CopyTo of a whole message (properties with named ones mapped by
 //   name, recipients, attachments) onto any IMessage.
+// - Attached messages: OpenProperty(PR_ATTACH_DATA_OBJ, IID_IMessage) on an attachment opens its
+//   embedded message (MAPI_CREATE makes one), saved into the attachment by SaveChanges and into
+//   the file as the attachment's PR_ATTACH_DATA_OBJ storage, with the file's named properties.
 //
-// What it does not model: multi-valued properties and embedded-message or OLE attachments (files
+// What it does not model: multi-valued properties and OLE attachments held as storages (files
 // holding them read without those values), restrictions, sorting, notifications and bookmarks on
 // tables, CopyProps, SubmitMessage, the properties a store computes (PR_DISPLAY_TO and the like
 // are kept as set), and the deletion of OpenStreamOnFile's unique files on release.

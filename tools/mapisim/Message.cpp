@@ -26,9 +26,14 @@ std::atomic<ULONG> g_liveSessions{0};
 
 class Message;
 
+// Copies an embedded message onto the attachment `dest`, as its PR_ATTACH_DATA_OBJ.
+HRESULT CopyEmbedded(const MessageModel& model, std::vector<NamedProperty>& names, IMAPIProp* dest);
+
 class Attachment final : public IAttach, LiveObject {
 public:
-    Attachment(Message* message, PropertyList props);
+    Attachment(Message* message, PropertyList props, std::shared_ptr<MessageModel> embedded);
+    // The attachment's message, as its embedded message saved it.
+    void SetEmbedded(std::shared_ptr<MessageModel> model) { m_embedded = std::move(model); }
 
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) override {
         if (!ppv) {
@@ -66,10 +71,10 @@ public:
     HRESULT STDMETHODCALLTYPE GetPropList(ULONG flags, LPSPropTagArray* tags) override {
         return Host().GetPropList(flags, tags);
     }
+    // PR_ATTACH_DATA_OBJ as IID_IMessage opens the embedded message (MAPI_CREATE makes a new one);
+    // other properties open as streams.
     HRESULT STDMETHODCALLTYPE OpenProperty(ULONG tag, LPCIID iid, ULONG, ULONG flags,
-                                           LPUNKNOWN* unknown) override {
-        return Host().OpenProperty(tag, iid, flags, unknown);
-    }
+                                           LPUNKNOWN* unknown) override;
     HRESULT STDMETHODCALLTYPE SetProps(ULONG count, LPSPropValue values,
                                        LPSPropProblemArray* problems) override {
         return Host().SetProps(count, values, problems);
@@ -101,12 +106,22 @@ private:
     ComPtr<IMessage> m_messageRef;  // keeps the message alive
     Message* m_message;
     PropertyList m_props;
+    std::shared_ptr<MessageModel> m_embedded;
 };
 
 class Message final : public IMessage, LiveObject {
 public:
+    // A message on a storage.
     Message(std::shared_ptr<_MSGSESS> session, IStorage* storage, ULONG flags)
         : m_session(std::move(session)), m_storage(storage), m_flags(flags) {}
+    // A message embedded in an attachment (saved into `parent`, if any), with the names of the
+    // message at the top of the file.
+    Message(MessageModel model, std::vector<NamedProperty>* names, Attachment* parent)
+        : m_flags(0),
+          m_model(std::move(model)),
+          m_names(names),
+          m_parentRef(parent),
+          m_parent(parent) {}
     // Called with the caller's data when the last reference goes.
     void OnRelease(MSGCALLRELEASE* callback, ULONG callerData) {
         m_onRelease = callback;
@@ -117,6 +132,7 @@ public:
         return CaughtError();
     }
     MessageModel& Model() { return m_model; }
+    std::vector<NamedProperty>& Names() { return *m_names; }
 
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) override {
         if (!ppv) {
@@ -151,6 +167,13 @@ public:
     // Writes the whole message into its storage and commits the storage unless the message was
     // opened with IMSG_NO_ISTG_COMMIT.
     HRESULT STDMETHODCALLTYPE SaveChanges(ULONG) override try {
+        if (!m_storage) {
+            if (!m_parent) {
+                return MAPI_E_NO_ACCESS;
+            }
+            m_parent->SetEmbedded(std::make_shared<MessageModel>(m_model));
+            return S_OK;
+        }
         if (!m_session->open) {
             return MAPI_E_OBJECT_DELETED;
         }
@@ -208,7 +231,7 @@ public:
         for (ULONG i = 0; excludedIids && i < excludedIidCount; ++i) {
             subobjects &= !IsEqualIID(excludedIids[i], IID_IMessage);
         }
-        hr = CopyProperties(m_model.props, m_model.names, target.get(), excludedIds);
+        hr = CopyProperties(m_model.props, *m_names, target.get(), excludedIds);
         if (SUCCEEDED(hr) && subobjects && !excludedIds.count(PROP_ID(PR_MESSAGE_RECIPIENTS))) {
             hr = CopyRecipients(target.get());
         }
@@ -218,8 +241,11 @@ public:
                 ULONG number = 0;
                 hr = target->CreateAttach(nullptr, 0, &number, copy.put());
                 if (SUCCEEDED(hr)) {
-                    hr = CopyProperties(attachment, m_model.names, copy.get(),
-                                        {PROP_ID(PR_ATTACH_NUM)});
+                    hr = CopyProperties(attachment, *m_names, copy.get(), {PROP_ID(PR_ATTACH_NUM)});
+                }
+                auto embedded = m_model.embedded.find(GetLong(attachment, PR_ATTACH_NUM, -1));
+                if (SUCCEEDED(hr) && embedded != m_model.embedded.end()) {
+                    hr = CopyEmbedded(*embedded->second, *m_names, copy.get());
                 }
                 if (SUCCEEDED(hr)) {
                     hr = copy->SaveChanges(KEEP_OPEN_READWRITE);
@@ -269,7 +295,9 @@ public:
         if (it == m_model.attachments.end()) {
             return MAPI_E_NOT_FOUND;
         }
-        *attach = new Attachment(this, *it);
+        auto embedded = m_model.embedded.find(static_cast<LONG>(number));
+        *attach = new Attachment(this, *it,
+                                 embedded == m_model.embedded.end() ? nullptr : embedded->second);
         return S_OK;
     } catch (...) {
         return CaughtError();
@@ -288,7 +316,7 @@ public:
         PropertyList props;
         PutLong(props, PR_ATTACH_NUM, next);
         *number = static_cast<ULONG>(next);
-        *attach = new Attachment(this, std::move(props));
+        *attach = new Attachment(this, std::move(props), nullptr);
         return S_OK;
     } catch (...) {
         return CaughtError();
@@ -299,6 +327,7 @@ public:
             return MAPI_E_NOT_FOUND;
         }
         m_model.attachments.erase(it);
+        m_model.embedded.erase(static_cast<LONG>(number));
         return S_OK;
     }
     HRESULT STDMETHODCALLTYPE GetRecipientTable(ULONG flags, LPMAPITABLE* table) override try {
@@ -362,7 +391,7 @@ public:
     }
 
 private:
-    PropertyHost Host() { return {m_model.props, m_model.names, static_cast<IMessage*>(this)}; }
+    PropertyHost Host() { return {m_model.props, *m_names, static_cast<IMessage*>(this)}; }
 
     std::vector<PropertyList>::iterator FindAttachment(ULONG number) {
         return std::find_if(m_model.attachments.begin(), m_model.attachments.end(),
@@ -417,16 +446,59 @@ private:
     MSGCALLRELEASE* m_onRelease = nullptr;
     ULONG m_callerData = 0;
     MessageModel m_model;
+    std::vector<NamedProperty>* m_names = &m_model.names;
+    ComPtr<IAttach> m_parentRef;  // keeps the parent attachment alive
+    Attachment* m_parent = nullptr;
     LONG m_nextAttachment = 0;
 };
 
-Attachment::Attachment(Message* message, PropertyList props)
+Attachment::Attachment(Message* message, PropertyList props, std::shared_ptr<MessageModel> embedded)
     : m_messageRef(static_cast<IMessage*>(message)),
       m_message(message),
-      m_props(std::move(props)) {}
+      m_props(std::move(props)),
+      m_embedded(std::move(embedded)) {}
 
 PropertyHost Attachment::Host() {
-    return {m_props, m_message->Model().names, static_cast<IAttach*>(this)};
+    return {m_props, m_message->Names(), static_cast<IAttach*>(this)};
+}
+
+HRESULT Attachment::OpenProperty(ULONG tag, LPCIID iid, ULONG, ULONG flags,
+                                 LPUNKNOWN* unknown) try {
+    if (tag != PR_ATTACH_DATA_OBJ || !iid || !IsEqualIID(*iid, IID_IMessage)) {
+        return Host().OpenProperty(tag, iid, flags, unknown);
+    }
+    if (!unknown) {
+        return MAPI_E_INVALID_PARAMETER;
+    }
+    *unknown = nullptr;
+    bool create = flags & MAPI_CREATE;
+    if (!m_embedded && !create) {
+        return MAPI_E_NOT_FOUND;
+    }
+    MessageModel model = create ? MessageModel{} : *m_embedded;
+    *unknown = static_cast<IMessage*>(new Message(std::move(model), &m_message->Names(), this));
+    return S_OK;
+} catch (...) {
+    return CaughtError();
+}
+
+HRESULT CopyEmbedded(const MessageModel& model, std::vector<NamedProperty>& names,
+                     IMAPIProp* dest) {
+    ComPtr<IUnknown> unknown;
+    HRESULT hr = dest->OpenProperty(PR_ATTACH_DATA_OBJ, &IID_IMessage, 0, MAPI_CREATE | MAPI_MODIFY,
+                                    unknown.put());
+    if (FAILED(hr)) {
+        return hr;
+    }
+    ComPtr<IMessage> target;
+    hr = unknown->QueryInterface(IID_IMessage, reinterpret_cast<void**>(target.put()));
+    if (FAILED(hr)) {
+        return hr;
+    }
+    ComPtr<IMessage> source;
+    source.Attach(new Message(model, &names, nullptr));
+    hr = source->CopyTo(0, nullptr, nullptr, 0, nullptr, &IID_IMessage, target.get(), 0, nullptr);
+    return SUCCEEDED(hr) ? target->SaveChanges(KEEP_OPEN_READWRITE) : hr;
 }
 
 HRESULT Attachment::SaveChanges(ULONG) try {
@@ -439,6 +511,11 @@ HRESULT Attachment::SaveChanges(ULONG) try {
         attachments.push_back(m_props);
     } else {
         *it = m_props;
+    }
+    if (m_embedded) {
+        m_message->Model().embedded[number] = m_embedded;
+    } else {
+        m_message->Model().embedded.erase(number);
     }
     return S_OK;
 } catch (...) {
@@ -463,7 +540,9 @@ HRESULT Attachment::CopyTo(ULONG, LPCIID, LPSPropTagArray excluded, ULONG, LPMAP
     for (ULONG i = 0; excluded && i < excluded->cValues; ++i) {
         excludedIds.insert(PROP_ID(excluded->aulPropTag[i]));
     }
-    return CopyProperties(m_props, m_message->Model().names, target.get(), excludedIds);
+    hr = CopyProperties(m_props, m_message->Names(), target.get(), excludedIds);
+    return SUCCEEDED(hr) && m_embedded ? CopyEmbedded(*m_embedded, m_message->Names(), target.get())
+                                       : hr;
 } catch (...) {
     return CaughtError();
 }

@@ -33,7 +33,11 @@ constexpr ULONG kHashStreamCount = 0x1F;
 // Header sizes of the property stream: the message at the top of the file, and its recipients
 // and attachments.
 constexpr size_t kTopHeaderSize = 32;
+constexpr size_t kEmbeddedHeaderSize = 24;
 constexpr size_t kSubobjectHeaderSize = 8;
+// An attachment's embedded message: a storage named for PR_ATTACH_DATA_OBJ, whose entry in the
+// attachment's property stream has the size 0xFFFFFFFF.
+constexpr ULONG kEmbeddedTag = PROP_TAG(PT_OBJECT, 0x3701);
 constexpr ULONG kReadableWritable = 0x2 | 0x4;
 
 constexpr DWORD kCreateMode = STGM_CREATE | STGM_READWRITE | STGM_SHARE_EXCLUSIVE;
@@ -97,8 +101,15 @@ HRESULT ReadStream(IStorage* storage, const std::wstring& name, std::vector<BYTE
 }
 
 // One object's property stream and substreams, after a header of `header` bytes.
-HRESULT WriteProperties(IStorage* storage, const PropertyList& props, std::vector<BYTE> header) {
+HRESULT WriteProperties(IStorage* storage, const PropertyList& props, std::vector<BYTE> header,
+                        bool embedded = false) {
     std::vector<BYTE> entries = std::move(header);
+    if (embedded) {
+        PutU32(entries, kEmbeddedTag);
+        PutU32(entries, kReadableWritable);
+        PutU32(entries, 0xFFFFFFFF);
+        PutU32(entries, 0);
+    }
     for (const auto& [id, prop] : props) {
         ULONG type = PROP_TYPE(prop.tag);
         PutU32(entries, prop.tag);
@@ -123,8 +134,7 @@ HRESULT WriteProperties(IStorage* storage, const PropertyList& props, std::vecto
     return WriteStream(storage, kPropertyStream, entries);
 }
 
-HRESULT ReadProperties(IStorage* storage, size_t headerSize, PropertyList& props,
-                       std::vector<BYTE>* header) {
+HRESULT ReadProperties(IStorage* storage, size_t headerSize, PropertyList& props) {
     std::vector<BYTE> bytes;
     HRESULT hr = ReadStream(storage, kPropertyStream, bytes);
     if (FAILED(hr)) {
@@ -132,9 +142,6 @@ HRESULT ReadProperties(IStorage* storage, size_t headerSize, PropertyList& props
     }
     if (bytes.size() < headerSize) {
         return MAPI_E_CORRUPT_DATA;
-    }
-    if (header) {
-        header->assign(bytes.begin(), bytes.begin() + headerSize);
     }
     for (size_t at = headerSize; at + 16 <= bytes.size(); at += 16) {
         Property prop;
@@ -303,15 +310,35 @@ HRESULT ReadNameMap(IStorage* root, std::vector<NamedProperty>& names) {
     return S_OK;
 }
 
+HRESULT WriteBody(IStorage* storage, const MessageModel& model, size_t headerSize);
+
+// One storage per recipient or attachment, numbered in order; an attachment's embedded message
+// goes into a storage of its own inside the attachment's.
 HRESULT WriteSubobjects(IStorage* root, const wchar_t* prefix,
-                        const std::vector<PropertyList>& objects) {
+                        const std::vector<PropertyList>& objects, const MessageModel* owner) {
     for (size_t i = 0; i < objects.size(); ++i) {
+        const MessageModel* embedded = nullptr;
+        if (owner) {
+            auto it = owner->embedded.find(GetLong(objects[i], PR_ATTACH_NUM, -1));
+            embedded = it == owner->embedded.end() ? nullptr : it->second.get();
+        }
         ComPtr<IStorage> storage;
         HRESULT hr = root->CreateStorage(NumberedName(prefix, static_cast<ULONG>(i)).c_str(),
                                          kCreateMode, 0, 0, storage.put());
         if (SUCCEEDED(hr)) {
             hr = WriteProperties(storage.get(), objects[i],
-                                 std::vector<BYTE>(kSubobjectHeaderSize, 0));
+                                 std::vector<BYTE>(kSubobjectHeaderSize, 0), embedded);
+        }
+        if (SUCCEEDED(hr) && embedded) {
+            ComPtr<IStorage> message;
+            hr = storage->CreateStorage(SubstreamName(kEmbeddedTag).c_str(), kCreateMode, 0, 0,
+                                        message.put());
+            if (SUCCEEDED(hr)) {
+                hr = WriteBody(message.get(), *embedded, kEmbeddedHeaderSize);
+            }
+            if (SUCCEEDED(hr)) {
+                hr = message->Commit(STGC_DEFAULT);
+            }
         }
         if (SUCCEEDED(hr)) {
             hr = storage->Commit(STGC_DEFAULT);
@@ -321,6 +348,26 @@ HRESULT WriteSubobjects(IStorage* root, const wchar_t* prefix,
         }
     }
     return S_OK;
+}
+
+// A message's properties, recipients and attachments, after a header of `headerSize` bytes.
+HRESULT WriteBody(IStorage* storage, const MessageModel& model, size_t headerSize) {
+    ULONG recipients = static_cast<ULONG>(model.recipients.size());
+    ULONG attachments = static_cast<ULONG>(model.attachments.size());
+    std::vector<BYTE> header(8, 0);
+    PutU32(header, recipients);   // the next recipient's storage number
+    PutU32(header, attachments);  // the next attachment's storage number
+    PutU32(header, recipients);
+    PutU32(header, attachments);
+    header.resize(headerSize, 0);
+    HRESULT hr = WriteProperties(storage, model.props, std::move(header));
+    if (SUCCEEDED(hr)) {
+        hr = WriteSubobjects(storage, kRecipientPrefix, model.recipients, nullptr);
+    }
+    if (SUCCEEDED(hr)) {
+        hr = WriteSubobjects(storage, kAttachmentPrefix, model.attachments, &model);
+    }
+    return hr;
 }
 
 // Removes everything the storage holds, so a message written again leaves no stale values.
@@ -349,23 +396,8 @@ HRESULT Clear(IStorage* storage) {
 
 HRESULT WriteMessage(IStorage* storage, const MessageModel& model) {
     HRESULT hr = Clear(storage);
-    if (FAILED(hr)) {
-        return hr;
-    }
-    ULONG recipients = static_cast<ULONG>(model.recipients.size());
-    ULONG attachments = static_cast<ULONG>(model.attachments.size());
-    std::vector<BYTE> header(8, 0);
-    PutU32(header, recipients);   // the next recipient's storage number
-    PutU32(header, attachments);  // the next attachment's storage number
-    PutU32(header, recipients);
-    PutU32(header, attachments);
-    header.resize(kTopHeaderSize, 0);
-    hr = WriteProperties(storage, model.props, std::move(header));
     if (SUCCEEDED(hr)) {
-        hr = WriteSubobjects(storage, kRecipientPrefix, model.recipients);
-    }
-    if (SUCCEEDED(hr)) {
-        hr = WriteSubobjects(storage, kAttachmentPrefix, model.attachments);
+        hr = WriteBody(storage, model, kTopHeaderSize);
     }
     if (SUCCEEDED(hr)) {
         hr = WriteNameMap(storage, model.names);
@@ -373,8 +405,11 @@ HRESULT WriteMessage(IStorage* storage, const MessageModel& model) {
     return hr;
 }
 
-HRESULT ReadMessage(IStorage* storage, MessageModel& model) {
-    model = MessageModel{};
+namespace {
+
+// A message's properties, recipients and attachments (with their embedded messages), after a
+// header of `headerSize` bytes; an empty storage is an empty message.
+HRESULT ReadBody(IStorage* storage, MessageModel& model, size_t headerSize) {
     ComPtr<IEnumSTATSTG> elements;
     HRESULT hr = storage->EnumElements(0, nullptr, 0, elements.put());
     if (FAILED(hr)) {
@@ -401,7 +436,7 @@ HRESULT ReadMessage(IStorage* storage, MessageModel& model) {
     if (!hasProperties) {
         return S_OK;  // a new, empty message
     }
-    hr = ReadProperties(storage, kTopHeaderSize, model.props, nullptr);
+    hr = ReadProperties(storage, headerSize, model.props);
     for (const auto& [number, name] : recipients) {
         ComPtr<IStorage> sub;
         if (SUCCEEDED(hr)) {
@@ -409,7 +444,7 @@ HRESULT ReadMessage(IStorage* storage, MessageModel& model) {
         }
         if (SUCCEEDED(hr)) {
             model.recipients.emplace_back();
-            hr = ReadProperties(sub.get(), kSubobjectHeaderSize, model.recipients.back(), nullptr);
+            hr = ReadProperties(sub.get(), kSubobjectHeaderSize, model.recipients.back());
             if (GetLong(model.recipients.back(), PR_ROWID, -1) < 0) {
                 PutLong(model.recipients.back(), PR_ROWID, static_cast<LONG>(number));
             }
@@ -422,16 +457,29 @@ HRESULT ReadMessage(IStorage* storage, MessageModel& model) {
         }
         if (SUCCEEDED(hr)) {
             model.attachments.emplace_back();
-            hr = ReadProperties(sub.get(), kSubobjectHeaderSize, model.attachments.back(), nullptr);
+            hr = ReadProperties(sub.get(), kSubobjectHeaderSize, model.attachments.back());
             if (GetLong(model.attachments.back(), PR_ATTACH_NUM, -1) < 0) {
                 PutLong(model.attachments.back(), PR_ATTACH_NUM, static_cast<LONG>(number));
             }
         }
-    }
-    if (SUCCEEDED(hr)) {
-        hr = ReadNameMap(storage, model.names);
+        ComPtr<IStorage> message;
+        if (SUCCEEDED(hr) &&
+            SUCCEEDED(sub->OpenStorage(SubstreamName(kEmbeddedTag).c_str(), nullptr, kOpenMode,
+                                       nullptr, 0, message.put()))) {
+            auto embedded = std::make_shared<MessageModel>();
+            hr = ReadBody(message.get(), *embedded, kEmbeddedHeaderSize);
+            model.embedded[GetLong(model.attachments.back(), PR_ATTACH_NUM, 0)] = embedded;
+        }
     }
     return hr;
+}
+
+}  // namespace
+
+HRESULT ReadMessage(IStorage* storage, MessageModel& model) {
+    model = MessageModel{};
+    HRESULT hr = ReadBody(storage, model, kTopHeaderSize);
+    return SUCCEEDED(hr) ? ReadNameMap(storage, model.names) : hr;
 }
 
 }  // namespace mapisim

@@ -8,6 +8,7 @@
 
 #include <atomic>
 #include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -57,6 +58,9 @@ struct MessageModel {
     PropertyList props;
     std::vector<PropertyList> recipients;   // each holds its PR_ROWID
     std::vector<PropertyList> attachments;  // each holds its PR_ATTACH_NUM
+    // The messages attached as PR_ATTACH_DATA_OBJ, by attachment number.
+    std::map<LONG, std::shared_ptr<MessageModel>> embedded;
+    // Only the message at the top of a file has names; embedded messages use those.
     std::vector<NamedProperty> names;
 };
 

@@ -160,7 +160,7 @@ protected:
 
         ExpectNamedProperties(message);
         ExpectRecipients(message);
-        ExpectAttachment(message);
+        ExpectAttachments(message);
     }
 
     void ExpectNamedProperties(IMessage* message) {
@@ -174,13 +174,9 @@ protected:
         MapiBuffer<SPropTagArray> tags(raw);
         EXPECT_EQ(PROP_TAG(PT_ERROR, 0), tags->aulPropTag[1]);  // looked up, never created
 
-        SPropTagArray wanted{1, {CHANGE_PROP_TYPE(tags->aulPropTag[0], PT_LONG)}};
-        ULONG count = 0;
-        LPSPropValue value = nullptr;
-        EXPECT_EQ(S_OK, message->GetProps(&wanted, 0, &count, &value));
-        EXPECT_EQ(sample::kNamedValue, value->Value.l);
-        MAPIFreeBuffer(value);
+        EXPECT_EQ(sample::kNamedValue, NamedNumber(message));
 
+        ULONG count = 0;
         LPSPropTagArray all = nullptr;
         LPMAPINAMEID* found = nullptr;
         EXPECT_EQ(S_OK, message->GetNamesFromIDs(&all, nullptr, 0, &count, &found));
@@ -207,20 +203,24 @@ protected:
         MAPIFreeBuffer(rows);
     }
 
-    void ExpectAttachment(IMessage* message) {
+    // The file attachment and the forwarded mail, in the order they were attached.
+    void ExpectAttachments(IMessage* message) {
         ComPtr<IMAPITable> table;
         ASSERT_EQ(S_OK, message->GetAttachmentTable(0, table.put()));
         SPropTagArray columns{1, {PR_ATTACH_NUM}};
         table->SetColumns(&columns, 0);
         LPSRowSet rows = nullptr;
         ASSERT_EQ(S_OK, table->QueryRows(10, 0, &rows));
-        ASSERT_EQ(1u, rows->cRows);
-        ULONG number = static_cast<ULONG>(rows->aRow[0].lpProps[0].Value.l);
-        MAPIFreeBuffer(rows->aRow[0].lpProps);
+        ASSERT_EQ(2u, rows->cRows);
+        ULONG numbers[2];
+        for (ULONG i = 0; i < 2; ++i) {
+            numbers[i] = static_cast<ULONG>(rows->aRow[i].lpProps[0].Value.l);
+            MAPIFreeBuffer(rows->aRow[i].lpProps);
+        }
         MAPIFreeBuffer(rows);
 
         ComPtr<IAttach> attach;
-        ASSERT_EQ(S_OK, message->OpenAttach(number, nullptr, 0, attach.put()));
+        ASSERT_EQ(S_OK, message->OpenAttach(numbers[0], nullptr, 0, attach.put()));
         EXPECT_EQ(sample::kAttachmentName, Text(attach.get(), PR_ATTACH_LONG_FILENAME_W));
         SPropTagArray data{1, {PR_ATTACH_DATA_BIN}};
         ULONG count = 0;
@@ -229,6 +229,30 @@ protected:
         EXPECT_EQ(std::string(sample::kAttachmentData),
                   std::string(reinterpret_cast<char*>(value->Value.bin.lpb), value->Value.bin.cb));
         MAPIFreeBuffer(value);
+
+        ComPtr<IMessage> embedded;
+        ASSERT_EQ(S_OK, message->OpenAttach(numbers[1], nullptr, 0, attach.put()));
+        ASSERT_EQ(S_OK, attach->OpenProperty(PR_ATTACH_DATA_OBJ, &kIidMessage, 0, 0,
+                                             reinterpret_cast<LPUNKNOWN*>(embedded.put())));
+        EXPECT_EQ(sample::kEmbeddedSubject, Text(embedded.get(), PR_SUBJECT_W));
+        EXPECT_EQ(sample::kEmbeddedNamedValue, NamedNumber(embedded.get()));
+    }
+
+    // The numbered named property, resolved through the names of the message's file.
+    static LONG NamedNumber(IMessage* message) {
+        GUID common = sample::kPsetidCommon;
+        MAPINAMEID name{&common, MNID_ID, {}};
+        name.Kind.lID = sample::kNamedId;
+        LPMAPINAMEID names[] = {&name};
+        LPSPropTagArray raw = nullptr;
+        EXPECT_EQ(S_OK, message->GetIDsFromNames(1, names, 0, &raw));
+        MapiBuffer<SPropTagArray> tags(raw);
+        SPropTagArray wanted{1, {CHANGE_PROP_TYPE(tags->aulPropTag[0], PT_LONG)}};
+        ULONG count = 0;
+        LPSPropValue value = nullptr;
+        EXPECT_EQ(S_OK, message->GetProps(&wanted, 0, &count, &value));
+        MapiBuffer<SPropValue> owned(value);
+        return value->Value.l;
     }
 
     ScratchFolder m_folder;

@@ -11,6 +11,7 @@ namespace sample {
 namespace {
 
 constexpr CLSID kClsidMailMessage = {0x00020D0B, 0, 0, {0xC0, 0, 0, 0, 0, 0, 0, 0x46}};
+constexpr IID kIidMessage = {0x00020307, 0, 0, {0xC0, 0, 0, 0, 0, 0, 0, 0x46}};
 constexpr GUID kPsPublicStrings = {0x00020329, 0, 0, {0xC0, 0, 0, 0, 0, 0, 0, 0x46}};
 
 SPropValue Text(ULONG tag, const wchar_t* text) {
@@ -107,6 +108,36 @@ HRESULT AddAttachment(IMessage* message) {
     return SUCCEEDED(hr) ? attach->SaveChanges(KEEP_OPEN_READWRITE) : hr;
 }
 
+HRESULT AddEmbeddedMessage(IMessage* message, ULONG numberTag) {
+    ComPtr<IAttach> attach;
+    ULONG number = 0;
+    HRESULT hr = message->CreateAttach(nullptr, 0, &number, attach.put());
+    if (FAILED(hr)) {
+        return hr;
+    }
+    SPropValue props[] = {Long(PR_ATTACH_METHOD, ATTACH_EMBEDDED_MSG),
+                          Text(PR_DISPLAY_NAME_W, kEmbeddedSubject)};
+    hr = attach->SetProps(ARRAYSIZE(props), props, nullptr);
+    ComPtr<IMessage> embedded;
+    if (SUCCEEDED(hr)) {
+        hr = attach->OpenProperty(PR_ATTACH_DATA_OBJ, &kIidMessage, 0, MAPI_CREATE | MAPI_MODIFY,
+                                  reinterpret_cast<LPUNKNOWN*>(embedded.put()));
+    }
+    if (FAILED(hr)) {
+        return hr;
+    }
+    SPropValue inner[] = {
+        Text(PR_MESSAGE_CLASS_W, L"IPM.Note"), Text(PR_SUBJECT_W, kEmbeddedSubject),
+        Text(PR_SENDER_NAME_W, kToName),       Text(PR_SENDER_EMAIL_ADDRESS_W, kToAddress),
+        Long(numberTag, kEmbeddedNamedValue),
+    };
+    hr = embedded->SetProps(ARRAYSIZE(inner), inner, nullptr);
+    if (SUCCEEDED(hr)) {
+        hr = embedded->SaveChanges(KEEP_OPEN_READWRITE);
+    }
+    return SUCCEEDED(hr) ? attach->SaveChanges(KEEP_OPEN_READWRITE) : hr;
+}
+
 HRESULT Fill(IMessage* message) {
     ULONG numberTag = 0, stringTag = 0;
     HRESULT hr = NamedTags(message, &numberTag, &stringTag);
@@ -144,6 +175,9 @@ HRESULT Fill(IMessage* message) {
     }
     if (SUCCEEDED(hr)) {
         hr = AddAttachment(message);
+    }
+    if (SUCCEEDED(hr)) {
+        hr = AddEmbeddedMessage(message, numberTag);
     }
     return hr;
 }

@@ -20,6 +20,9 @@ inline constexpr wchar_t kCcName[] = L"Ina Kopie";
 inline constexpr wchar_t kCcAddress[] = L"ina.kopie@example.net";
 inline constexpr wchar_t kAttachmentName[] = L"preise.txt";
 inline constexpr char kAttachmentData[] = "Preise: 42 EUR";
+// A forwarded mail, attached as an embedded message, with the numbered named property too.
+inline constexpr wchar_t kEmbeddedSubject[] = L"Vorige Nachricht";
+inline constexpr LONG kEmbeddedNamedValue = 8;
 // A named property of the common property set, by number, and one of the public strings.
 inline constexpr GUID kPsetidCommon = {0x00062008, 0, 0, {0xC0, 0, 0, 0, 0, 0, 0, 0x46}};
 inline constexpr LONG kNamedId = 0x8580;

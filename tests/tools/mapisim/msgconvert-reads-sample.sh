@@ -24,5 +24,6 @@ expect "^To: Max Beispiel <max.beispiel@example.com>"
 expect "^Cc: Ina Kopie <ina.kopie@example.net>"
 expect "filename=preise.txt"
 expect "^Sehr geehrte Damen und Herren"
+expect "^Subject: Vorige Nachricht"   # the forwarded mail, attached as an embedded message
 [ $status -eq 0 ] || head -n 12 "$work/sample.eml"
 exit $status
