@@ -12,9 +12,11 @@
 //   that reads the Outlook message file layout when opened and writes it on SaveChanges
 //   (committing the storage unless IMSG_NO_ISTG_COMMIT): the property stream, string, binary and
 //   GUID substreams, recipient and attachment storages, and the named-property map with its GUID,
-//   entry, string and hash streams. Properties of the single-valued types PT_I2, PT_LONG, PT_R4,
-//   PT_DOUBLE, PT_CURRENCY, PT_APPTIME, PT_BOOLEAN, PT_I8, PT_SYSTIME, PT_STRING8, PT_UNICODE,
-//   PT_CLSID and PT_BINARY, with conversion between the two string types on request.
+//   entry, string and hash streams. Properties of the types PT_I2, PT_LONG, PT_R4, PT_DOUBLE,
+//   PT_CURRENCY, PT_APPTIME, PT_BOOLEAN, PT_I8, PT_SYSTIME, PT_STRING8, PT_UNICODE, PT_CLSID and
+//   PT_BINARY, and the multi-valued forms of all but PT_BOOLEAN (fixed-size values in one
+//   stream, strings and binaries in a stream each with a stream of lengths), with conversion
+//   between the two string types on request.
 // - GetProps answers values longer than 32 KiB with PT_ERROR and MAPI_E_NOT_ENOUGH_MEMORY, as a
 //   store does; OpenProperty gives an IStream over any string or binary value (strings end with
 //   their terminating zero), writable with MAPI_MODIFY or MAPI_CREATE and stored on Commit.
@@ -27,12 +29,12 @@
 //   embedded message (MAPI_CREATE makes one), saved into the attachment by SaveChanges and into
 //   the file as the attachment's PR_ATTACH_DATA_OBJ storage, with the file's named properties.
 //
-// What it does not model: multi-valued properties and OLE attachments held as storages (files
-// holding them read without those values), restrictions, sorting, notifications and bookmarks on
-// tables, CopyProps, SubmitMessage, the properties a store computes (PR_DISPLAY_TO and the like
-// are kept as set), and the deletion of OpenStreamOnFile's unique files on release.
-// CloseIMsgSession does not release the session's messages; it only makes their SaveChanges fail.
-// No other MAPI32 function (MAPIInitialize, MAPILogonEx, address books) is here.
+// What it does not model: OLE attachments held as storages (files holding them read without
+// that value), PT_OBJECT properties other than the embedded message, restrictions, sorting,
+// notifications and bookmarks on tables, CopyProps, SubmitMessage, the properties a store computes
+// (PR_DISPLAY_TO and the like are kept as set), and the deletion of OpenStreamOnFile's unique files
+// on release. CloseIMsgSession does not release the session's messages; it only makes their
+// SaveChanges fail. No other MAPI32 function (MAPIInitialize, MAPILogonEx, address books) is here.
 //
 // Beside the MAPI functions it exports counts that let a test or a demo check that a program
 // gave back every MAPI buffer, object and message session it took. Real MAPI has none of these;

@@ -100,6 +100,81 @@ HRESULT ReadStream(IStorage* storage, const std::wstring& name, std::vector<BYTE
     return FAILED(hr) ? hr : (read == bytes.size() ? S_OK : STG_E_READFAULT);
 }
 
+// The terminating zero of a string type's values, in bytes; 0 for other types.
+size_t ZeroUnit(ULONG baseType) {
+    return baseType == PT_UNICODE ? 2 : (baseType == PT_STRING8 ? 1 : 0);
+}
+
+// Writers differ on whether a string's stream holds the terminating zero; the model never does.
+void StripZeros(std::vector<BYTE>& data, size_t unit) {
+    while (unit && data.size() >= unit &&
+           std::all_of(data.end() - unit, data.end(), [](BYTE b) { return b == 0; })) {
+        data.resize(data.size() - unit);
+    }
+}
+
+std::wstring ValueStreamName(ULONG tag, ULONG index) {
+    wchar_t name[48];
+    swprintf(name, 48, L"__substg1.0_%08X-%08X", static_cast<unsigned>(tag),
+             static_cast<unsigned>(index));
+    return name;
+}
+
+// A multi-valued property: values of a fixed size together in the property's stream; strings
+// and binaries each in a stream of its own, numbered, with their lengths (zero included) in the
+// property's stream. `size` is the size of the property's stream.
+HRESULT WriteMultiValue(IStorage* storage, const Property& prop, size_t* size) {
+    ULONG base = PROP_TYPE(prop.tag) & ~MV_FLAG;
+    int element = ElementSize(base);
+    std::vector<BYTE> main;
+    for (size_t i = 0; i < prop.items.size(); ++i) {
+        std::vector<BYTE> value = prop.items[i];
+        if (element > 0) {
+            value.resize(static_cast<size_t>(element), 0);
+            main.insert(main.end(), value.begin(), value.end());
+            continue;
+        }
+        value.resize(value.size() + ZeroUnit(base), 0);
+        PutU32(main, static_cast<ULONG>(value.size()));
+        if (base == PT_BINARY) {
+            PutU32(main, 0);
+        }
+        HRESULT hr = WriteStream(storage, ValueStreamName(prop.tag, static_cast<ULONG>(i)), value);
+        if (FAILED(hr)) {
+            return hr;
+        }
+    }
+    *size = main.size();
+    return WriteStream(storage, SubstreamName(prop.tag), main);
+}
+
+HRESULT ReadMultiValue(IStorage* storage, Property& prop) {
+    ULONG base = PROP_TYPE(prop.tag) & ~MV_FLAG;
+    int element = ElementSize(base);
+    std::vector<BYTE> main;
+    HRESULT hr = ReadStream(storage, SubstreamName(prop.tag), main);
+    if (FAILED(hr)) {
+        return hr;
+    }
+    if (element > 0) {
+        for (size_t at = 0; at + element <= main.size(); at += element) {
+            prop.items.emplace_back(main.begin() + at, main.begin() + at + element);
+        }
+        return S_OK;
+    }
+    size_t stride = base == PT_BINARY ? 8 : 4;
+    for (size_t i = 0; i < main.size() / stride; ++i) {
+        std::vector<BYTE> value;
+        hr = ReadStream(storage, ValueStreamName(prop.tag, static_cast<ULONG>(i)), value);
+        if (FAILED(hr)) {
+            return hr;
+        }
+        StripZeros(value, ZeroUnit(base));
+        prop.items.push_back(std::move(value));
+    }
+    return S_OK;
+}
+
 // One object's property stream and substreams, after a header of `header` bytes.
 HRESULT WriteProperties(IStorage* storage, const PropertyList& props, std::vector<BYTE> header,
                         bool embedded = false) {
@@ -114,6 +189,16 @@ HRESULT WriteProperties(IStorage* storage, const PropertyList& props, std::vecto
         ULONG type = PROP_TYPE(prop.tag);
         PutU32(entries, prop.tag);
         PutU32(entries, kReadableWritable);
+        if (type & MV_FLAG) {
+            size_t size = 0;
+            HRESULT hr = WriteMultiValue(storage, prop, &size);
+            if (FAILED(hr)) {
+                return hr;
+            }
+            PutU32(entries, static_cast<ULONG>(size));
+            PutU32(entries, 0);
+            continue;
+        }
         int fixed = FixedSize(type);
         if (fixed > 0) {
             BYTE value[8] = {};
@@ -148,23 +233,18 @@ HRESULT ReadProperties(IStorage* storage, size_t headerSize, PropertyList& props
         prop.tag = GetU32(&bytes[at]);
         ULONG type = PROP_TYPE(prop.tag);
         int fixed = FixedSize(type);
-        if (fixed > 0) {
+        if ((type & MV_FLAG) && ElementSize(type & ~MV_FLAG) >= 0) {
+            hr = ReadMultiValue(storage, prop);
+        } else if (fixed > 0) {
             prop.data.assign(&bytes[at + 8], &bytes[at + 8] + fixed);
         } else if (fixed == 0) {
             hr = ReadStream(storage, SubstreamName(prop.tag), prop.data);
-            if (FAILED(hr)) {
-                return hr;
-            }
-            // Writers differ on whether the stream holds the terminating zero; the model never
-            // does.
-            size_t unit = type == PT_UNICODE ? 2 : (type == PT_STRING8 ? 1 : 0);
-            while (unit && prop.data.size() >= unit &&
-                   std::all_of(prop.data.end() - unit, prop.data.end(),
-                               [](BYTE b) { return b == 0; })) {
-                prop.data.resize(prop.data.size() - unit);
-            }
+            StripZeros(prop.data, ZeroUnit(type));
         } else {
-            continue;  // a type the simulator does not store (multi-valued, embedded objects)
+            continue;  // a type the simulator does not store (embedded objects, errors)
+        }
+        if (FAILED(hr)) {
+            return hr;
         }
         props[PROP_ID(prop.tag)] = std::move(prop);
     }

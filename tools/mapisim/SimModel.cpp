@@ -55,6 +55,13 @@ int FixedSize(ULONG type) {
 
 bool IsByteStringType(ULONG type) { return FixedSize(type) == 0; }
 
+int ElementSize(ULONG baseType) {
+    if (baseType == PT_BOOLEAN) {
+        return -1;
+    }
+    return baseType == PT_CLSID ? static_cast<int>(sizeof(GUID)) : FixedSize(baseType);
+}
+
 std::wstring Widen(const std::string& narrow) {
     if (narrow.empty()) {
         return {};
@@ -110,24 +117,124 @@ void SetError(SPropValue& out, ULONG tag, SCODE error) {
     out.Value.err = error;
 }
 
-// The stored bytes converted to the requested string type, with the terminating zero.
-std::vector<BYTE> StringBytes(const Property& stored, ULONG wantedType) {
+// Stored string bytes converted to the requested string type, with the terminating zero.
+std::vector<BYTE> StringBytes(const std::vector<BYTE>& stored, ULONG storedType, ULONG wantedType) {
     std::vector<BYTE> bytes;
-    ULONG storedType = PROP_TYPE(stored.tag);
     if (storedType == wantedType) {
-        bytes = stored.data;
+        bytes = stored;
     } else if (wantedType == PT_UNICODE) {
-        std::wstring wide = Widen(std::string(stored.data.begin(), stored.data.end()));
+        std::wstring wide = Widen(std::string(stored.begin(), stored.end()));
         const BYTE* p = reinterpret_cast<const BYTE*>(wide.data());
         bytes.assign(p, p + wide.size() * sizeof(wchar_t));
     } else {
-        std::wstring wide(stored.data.size() / sizeof(wchar_t), L'\0');
-        memcpy(wide.data(), stored.data.data(), wide.size() * sizeof(wchar_t));
+        std::wstring wide(stored.size() / sizeof(wchar_t), L'\0');
+        memcpy(wide.data(), stored.data(), wide.size() * sizeof(wchar_t));
         std::string narrow = Narrow(wide);
         bytes.assign(narrow.begin(), narrow.end());
     }
     bytes.resize(bytes.size() + (wantedType == PT_UNICODE ? sizeof(wchar_t) : 1), 0);
     return bytes;
+}
+
+bool IsString(ULONG type) { return type == PT_UNICODE || type == PT_STRING8; }
+
+// A multi-valued property as SPropValue: the array, and each string or binary, allocated on
+// `parent`. All the multi-valued members of the union share one layout: a count, then a pointer.
+bool ToMultiValue(const Property& stored, ULONG tag, bool unicode, bool limit, void* parent,
+                  SPropValue& out) {
+    ULONG storedBase = PROP_TYPE(stored.tag) & ~MV_FLAG;
+    ULONG wantedType = PROP_TYPE(tag);
+    if (wantedType == PT_UNSPECIFIED) {
+        wantedType = IsString(storedBase) ? MV_FLAG | (unicode ? PT_UNICODE : PT_STRING8)
+                                          : PROP_TYPE(stored.tag);
+    }
+    ULONG wantedBase = wantedType & ~MV_FLAG;
+    if (!(wantedType & MV_FLAG) ||
+        (wantedBase != storedBase && !(IsString(storedBase) && IsString(wantedBase)))) {
+        SetError(out, tag, MAPI_E_NOT_FOUND);
+        return false;
+    }
+    std::vector<std::vector<BYTE>> items;
+    size_t total = 0;
+    for (const std::vector<BYTE>& item : stored.items) {
+        items.push_back(IsString(wantedBase) ? StringBytes(item, storedBase, wantedBase) : item);
+        total += items.back().size();
+    }
+    if (limit && total > kGetPropsLimit) {
+        SetError(out, tag, MAPI_E_NOT_ENOUGH_MEMORY);
+        return false;
+    }
+    int element = ElementSize(wantedBase);
+    size_t slot = element > 0               ? static_cast<size_t>(element)
+                  : wantedBase == PT_BINARY ? sizeof(SBinary)
+                                            : sizeof(void*);
+    BYTE* array = nullptr;
+    if (MAPIAllocateMore(static_cast<ULONG>(slot * (items.size() + 1)), parent,
+                         reinterpret_cast<void**>(&array)) != S_OK) {
+        SetError(out, tag, MAPI_E_NOT_ENOUGH_MEMORY);
+        return false;
+    }
+    for (size_t i = 0; i < items.size(); ++i) {
+        if (element > 0) {
+            memset(array + i * slot, 0, slot);
+            memcpy(array + i * slot, items[i].data(), std::min(items[i].size(), slot));
+            continue;
+        }
+        void* copy = nullptr;
+        if (MAPIAllocateMore(static_cast<ULONG>(items[i].size() + 1), parent, &copy) != S_OK) {
+            SetError(out, tag, MAPI_E_NOT_ENOUGH_MEMORY);
+            return false;
+        }
+        if (!items[i].empty()) {
+            memcpy(copy, items[i].data(), items[i].size());
+        }
+        if (wantedBase == PT_BINARY) {
+            SBinary binary{static_cast<ULONG>(items[i].size()), static_cast<LPBYTE>(copy)};
+            memcpy(array + i * slot, &binary, sizeof(binary));
+        } else {
+            memcpy(array + i * slot, &copy, sizeof(copy));
+        }
+    }
+    out.ulPropTag = PROP_TAG(wantedType, PROP_ID(tag));
+    out.Value.MVl.cValues = static_cast<ULONG>(items.size());
+    memcpy(&out.Value.MVl.lpl, &array, sizeof(array));
+    return true;
+}
+
+HRESULT FromMultiValue(const SPropValue& value, Property& stored) {
+    ULONG base = PROP_TYPE(value.ulPropTag) & ~MV_FLAG;
+    int element = ElementSize(base);
+    if (element < 0) {
+        return MAPI_E_INVALID_TYPE;
+    }
+    ULONG count = value.Value.MVl.cValues;
+    const BYTE* array = nullptr;
+    memcpy(&array, &value.Value.MVl.lpl, sizeof(array));
+    if (count && !array) {
+        return MAPI_E_INVALID_PARAMETER;
+    }
+    for (ULONG i = 0; i < count; ++i) {
+        const BYTE* bytes = nullptr;
+        size_t size = 0;
+        if (element > 0) {
+            bytes = array + i * static_cast<size_t>(element);
+            size = static_cast<size_t>(element);
+        } else if (base == PT_BINARY) {
+            SBinary binary;
+            memcpy(&binary, array + i * sizeof(SBinary), sizeof(binary));
+            bytes = binary.lpb;
+            size = binary.cb;
+        } else {
+            memcpy(&bytes, array + i * sizeof(void*), sizeof(bytes));
+            if (!bytes) {
+                return MAPI_E_INVALID_PARAMETER;
+            }
+            size = base == PT_UNICODE ? wcslen(reinterpret_cast<const wchar_t*>(bytes)) * 2
+                                      : strlen(reinterpret_cast<const char*>(bytes));
+        }
+        stored.items.emplace_back(bytes, bytes + size);
+    }
+    return S_OK;
 }
 
 }  // namespace
@@ -141,6 +248,9 @@ bool ToPropValue(const PropertyList& list, ULONG tag, bool unicode, bool limit, 
         return false;
     }
     const Property& stored = it->second;
+    if (PROP_TYPE(stored.tag) & MV_FLAG) {
+        return ToMultiValue(stored, tag, unicode, limit, parent, out);
+    }
     ULONG storedType = PROP_TYPE(stored.tag);
     ULONG wantedType = PROP_TYPE(tag);
     bool storedIsString = storedType == PT_UNICODE || storedType == PT_STRING8;
@@ -159,7 +269,8 @@ bool ToPropValue(const PropertyList& list, ULONG tag, bool unicode, bool limit, 
         memcpy(&out.Value, stored.data.data(), std::min<size_t>(stored.data.size(), fixed));
         return true;
     }
-    std::vector<BYTE> bytes = wantedIsString ? StringBytes(stored, wantedType) : stored.data;
+    std::vector<BYTE> bytes =
+        wantedIsString ? StringBytes(stored.data, storedType, wantedType) : stored.data;
     if (limit && bytes.size() > kGetPropsLimit) {
         SetError(out, tag, MAPI_E_NOT_ENOUGH_MEMORY);
         return false;
@@ -194,6 +305,15 @@ bool ToPropValue(const PropertyList& list, ULONG tag, bool unicode, bool limit, 
 
 HRESULT FromPropValue(const SPropValue& value, PropertyList& list) {
     ULONG type = PROP_TYPE(value.ulPropTag);
+    if ((type & MV_FLAG) && PROP_ID(value.ulPropTag) != 0) {
+        Property stored;
+        stored.tag = value.ulPropTag;
+        HRESULT hr = FromMultiValue(value, stored);
+        if (SUCCEEDED(hr)) {
+            list[PROP_ID(value.ulPropTag)] = std::move(stored);
+        }
+        return hr;
+    }
     int fixed = FixedSize(type);
     if (fixed < 0 || PROP_ID(value.ulPropTag) == 0) {
         return MAPI_E_INVALID_TYPE;

@@ -37,9 +37,12 @@ constexpr size_t kGetPropsLimit = 32 * 1024;
 // A stored value. Fixed-size types hold their bytes as they lie in SPropValue's union; PT_UNICODE
 // holds UTF-16 code units and PT_STRING8 narrow characters, both without the terminating zero;
 // PT_BINARY the bytes; PT_CLSID the 16 bytes of the GUID.
+// A multi-valued property keeps its values in `items`, each in the form a single value of its
+// base type would have in `data`.
 struct Property {
     ULONG tag = 0;
     std::vector<BYTE> data;
+    std::vector<std::vector<BYTE>> items;
 };
 // Keyed by property id: an object holds one value per id, whatever its type.
 using PropertyList = std::map<ULONG, Property>;
@@ -68,6 +71,9 @@ struct MessageModel {
 // simulator does not store (multi-valued, objects, errors).
 int FixedSize(ULONG type);
 bool IsByteStringType(ULONG type);
+// Bytes of one value of a multi-valued type's base type when all values have that size (16 for
+// PT_CLSID), 0 for strings and binaries, -1 for base types that cannot be multi-valued.
+int ElementSize(ULONG baseType);
 
 // The value of `tag` from the list as an SPropValue whose variable parts are allocated with
 // MAPIAllocateMore on `parent`. `tag`'s type may be PT_UNSPECIFIED (the stored type, strings as

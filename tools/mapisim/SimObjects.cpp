@@ -47,9 +47,11 @@ bool IsString(ULONG type) { return type == PT_UNICODE || type == PT_STRING8; }
 
 // The tag a list of all properties reports: strings in the form the caller asked for.
 ULONG ReportedTag(const Property& prop, bool unicode) {
-    return IsString(PROP_TYPE(prop.tag))
-               ? CHANGE_PROP_TYPE(prop.tag, unicode ? PT_UNICODE : PT_STRING8)
-               : prop.tag;
+    ULONG type = PROP_TYPE(prop.tag);
+    if (!IsString(type & ~MV_FLAG)) {
+        return prop.tag;
+    }
+    return CHANGE_PROP_TYPE(prop.tag, (type & MV_FLAG) | (unicode ? PT_UNICODE : PT_STRING8));
 }
 
 HRESULT MakeTagArray(const std::vector<ULONG>& tags, LPSPropTagArray* out) {
@@ -509,7 +511,7 @@ HRESULT PropertyHost::OpenProperty(ULONG tag, LPCIID iid, ULONG flags, LPUNKNOWN
         return MAPI_E_INTERFACE_NOT_SUPPORTED;
     }
     auto it = props.find(PROP_ID(tag));
-    Property current{tag, {}};
+    Property current{tag, {}, {}};
     if (it != props.end() && !(flags & MAPI_CREATE)) {
         if (!IsString(type) || !IsString(PROP_TYPE(it->second.tag))) {
             if (PROP_TYPE(it->second.tag) != type) {
@@ -538,7 +540,7 @@ HRESULT PropertyHost::OpenProperty(ULONG tag, LPCIID iid, ULONG flags, LPUNKNOWN
     bool writable = flags & (MAPI_MODIFY | MAPI_CREATE);
     PropertyList* list = &props;
     auto commit = [list, tag, type](const std::vector<BYTE>& content) -> HRESULT {
-        Property stored{tag, content};
+        Property stored{tag, content, {}};
         size_t unit = type == PT_UNICODE ? 2 : (type == PT_STRING8 ? 1 : 0);
         while (unit && stored.data.size() >= unit &&
                std::all_of(stored.data.end() - unit, stored.data.end(),

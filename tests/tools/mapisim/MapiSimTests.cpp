@@ -142,20 +142,28 @@ protected:
         EXPECT_EQ(sample::kSenderAddress, Text(message, PR_SENDER_EMAIL_ADDRESS_W));
         EXPECT_EQ(L"Angebot", Text(message, PR_CONVERSATION_TOPIC_W));  // stored narrow
 
-        SizedSPropTagArray(4, tags) = {
-            4, {PR_BODY_W, PR_MESSAGE_DELIVERY_TIME, PR_READ_RECEIPT_REQUESTED, PR_SENDER_ENTRYID}};
+        SizedSPropTagArray(6, tags) = {
+            6,
+            {PR_BODY_W, PR_MESSAGE_DELIVERY_TIME, PR_READ_RECEIPT_REQUESTED, PR_SENDER_ENTRYID,
+             sample::kCategoriesTag, sample::kNumbersTag}};
         ULONG count = 0;
         LPSPropValue raw = nullptr;
         EXPECT_EQ(MAPI_W_ERRORS_RETURNED,
                   message->GetProps(reinterpret_cast<LPSPropTagArray>(&tags), MAPI_UNICODE, &count,
                                     &raw));
         MapiBuffer<SPropValue> values(raw);
-        ASSERT_EQ(4u, count);
+        ASSERT_EQ(6u, count);
         EXPECT_EQ(PROP_TAG(PT_ERROR, PROP_ID(PR_BODY)), values.get()[0].ulPropTag);
         EXPECT_EQ(MAPI_E_NOT_ENOUGH_MEMORY, values.get()[0].Value.err);
         EXPECT_EQ(sample::kDeliveryTime, static_cast<ULONGLONG>(values.get()[1].Value.li.QuadPart));
         EXPECT_EQ(TRUE, values.get()[2].Value.b);
         EXPECT_EQ(8u, values.get()[3].Value.bin.cb);
+        const SWStringArray& categories = values.get()[4].Value.MVszW;
+        ASSERT_EQ(2u, categories.cValues);
+        EXPECT_STREQ(sample::kCategories[1], categories.lppszW[1]);
+        const SLongArray& numbers = values.get()[5].Value.MVl;
+        ASSERT_EQ(3u, numbers.cValues);
+        EXPECT_EQ(sample::kNumbers[2], numbers.lpl[2]);
         EXPECT_EQ(sample::LongBody(), StreamText(message, PR_BODY_W));
 
         ExpectNamedProperties(message);

@@ -162,6 +162,8 @@ HRESULT Fill(IMessage* message) {
         {},
         {},
         {},
+        {},
+        {},
     };
     props[12].ulPropTag = PR_MESSAGE_DELIVERY_TIME;
     props[12].Value.li.QuadPart = static_cast<LONGLONG>(kDeliveryTime);
@@ -169,6 +171,10 @@ HRESULT Fill(IMessage* message) {
     props[13].Value.b = TRUE;
     props[14].ulPropTag = PR_CONVERSATION_TOPIC_A;
     props[14].Value.lpszA = const_cast<LPSTR>("Angebot");
+    props[15].ulPropTag = kCategoriesTag;
+    props[15].Value.MVszW = {ARRAYSIZE(kCategories), const_cast<LPWSTR*>(kCategories)};
+    props[16].ulPropTag = kNumbersTag;
+    props[16].Value.MVl = {ARRAYSIZE(kNumbers), const_cast<LONG*>(kNumbers)};
     hr = message->SetProps(ARRAYSIZE(props), props, nullptr);
     if (SUCCEEDED(hr)) {
         hr = AddRecipients(message);

@@ -30,6 +30,11 @@ inline constexpr LONG kNamedValue = 7;
 inline constexpr wchar_t kStringName[] = L"Projekt";
 inline constexpr wchar_t kStringNamedValue[] = L"Dorvane";
 inline constexpr ULONGLONG kDeliveryTime = 0x01DA0000A0B0C0D0ULL;
+// Multi-valued properties: strings each kept in a stream of its own, numbers in one.
+inline constexpr ULONG kCategoriesTag = PROP_TAG(PT_MV_UNICODE, 0x6710);
+inline const wchar_t* const kCategories[] = {L"Angebot", L"Kunde A"};
+inline constexpr ULONG kNumbersTag = PROP_TAG(PT_MV_LONG, 0x6711);
+inline constexpr LONG kNumbers[] = {3, -1, 70000};
 
 // A body longer than GetProps hands out.
 std::wstring LongBody();
