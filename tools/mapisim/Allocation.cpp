@@ -12,6 +12,7 @@
 #include <atomic>
 #include <unordered_set>
 
+#include "common/ComObject.h"
 #include "tools/mapisim/MapiSim.h"
 #include "tools/mapisim/SimModel.h"
 
@@ -61,22 +62,14 @@ void DeleteBlock(BlockHeader* header) {
     HeapFree(GetProcessHeap(), 0, header);
 }
 
-// The allocator MAPIGetDefaultMalloc hands out: the process heap, for the life of the module.
-class DefaultMalloc final : public IMalloc {
+// The allocator MAPIGetDefaultMalloc hands out: the process heap, for the life of the module. It
+// is one static object that counts no references: AddRef and Release answer 1 and no Release
+// ends it.
+class DefaultMalloc final
+    : public ComObject<DefaultMalloc, LiveCount::NotCounted, Implements<IMalloc, IID_IMalloc>> {
 public:
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) override {
-        if (!ppv) {
-            return E_POINTER;
-        }
-        if (IsEqualIID(riid, IID_IUnknown) || IsEqualIID(riid, IID_IMalloc)) {
-            *ppv = static_cast<IMalloc*>(this);
-            return S_OK;
-        }
-        *ppv = nullptr;
-        return E_NOINTERFACE;
-    }
-    ULONG STDMETHODCALLTYPE AddRef() override { return 1; }
-    ULONG STDMETHODCALLTYPE Release() override { return 1; }
+    ULONG STDMETHODCALLTYPE AddRef() noexcept override { return 1; }
+    ULONG STDMETHODCALLTYPE Release() noexcept override { return 1; }
     void* STDMETHODCALLTYPE Alloc(SIZE_T cb) override { return HeapAlloc(GetProcessHeap(), 0, cb); }
     void* STDMETHODCALLTYPE Realloc(void* pv, SIZE_T cb) override {
         if (!pv) {

@@ -29,33 +29,14 @@ class Message;
 // Copies an embedded message onto the attachment `dest`, as its PR_ATTACH_DATA_OBJ.
 HRESULT CopyEmbedded(const MessageModel& model, std::vector<NamedProperty>& names, IMAPIProp* dest);
 
-class Attachment final : public IAttach, LiveObject {
+class Attachment final : public ComObject<Attachment, LiveCount::NotCounted,
+                                          Implements<IAttach, IID_IAttachment, IID_IMAPIProp>>,
+                         LiveObject {
 public:
     Attachment(Message* message, PropertyList props, std::shared_ptr<MessageModel> embedded);
     // The attachment's message, as its embedded message saved it.
     void SetEmbedded(std::shared_ptr<MessageModel> model) { m_embedded = std::move(model); }
 
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) override {
-        if (!ppv) {
-            return E_POINTER;
-        }
-        if (IsEqualIID(riid, IID_IUnknown) || IsEqualIID(riid, IID_IMAPIProp) ||
-            IsEqualIID(riid, IID_IAttachment)) {
-            *ppv = static_cast<IAttach*>(this);
-            AddRef();
-            return S_OK;
-        }
-        *ppv = nullptr;
-        return E_NOINTERFACE;
-    }
-    ULONG STDMETHODCALLTYPE AddRef() override { return ++m_refs; }
-    ULONG STDMETHODCALLTYPE Release() override {
-        ULONG refs = --m_refs;
-        if (refs == 0) {
-            delete this;
-        }
-        return refs;
-    }
     HRESULT STDMETHODCALLTYPE GetLastError(HRESULT, ULONG, LPMAPIERROR* error) override {
         if (error) {
             *error = nullptr;
@@ -102,14 +83,15 @@ public:
 private:
     PropertyHost Host();
 
-    ULONG m_refs = 1;
     ComPtr<IMessage> m_messageRef;  // keeps the message alive
     Message* m_message;
     PropertyList m_props;
     std::shared_ptr<MessageModel> m_embedded;
 };
 
-class Message final : public IMessage, LiveObject {
+class Message final : public ComObject<Message, LiveCount::NotCounted,
+                                       Implements<IMessage, IID_IMessage, IID_IMAPIProp>>,
+                      LiveObject {
 public:
     // A message on a storage.
     Message(std::shared_ptr<_MSGSESS> session, IStorage* storage, ULONG flags)
@@ -134,30 +116,6 @@ public:
     MessageModel& Model() { return m_model; }
     std::vector<NamedProperty>& Names() { return *m_names; }
 
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) override {
-        if (!ppv) {
-            return E_POINTER;
-        }
-        if (IsEqualIID(riid, IID_IUnknown) || IsEqualIID(riid, IID_IMAPIProp) ||
-            IsEqualIID(riid, IID_IMessage)) {
-            *ppv = static_cast<IMessage*>(this);
-            AddRef();
-            return S_OK;
-        }
-        *ppv = nullptr;
-        return E_NOINTERFACE;
-    }
-    ULONG STDMETHODCALLTYPE AddRef() override { return ++m_refs; }
-    ULONG STDMETHODCALLTYPE Release() override {
-        ULONG refs = --m_refs;
-        if (refs == 0) {
-            if (m_onRelease) {
-                m_onRelease(m_callerData, this);
-            }
-            delete this;
-        }
-        return refs;
-    }
     HRESULT STDMETHODCALLTYPE GetLastError(HRESULT, ULONG, LPMAPIERROR* error) override {
         if (error) {
             *error = nullptr;
@@ -296,8 +254,9 @@ public:
             return MAPI_E_NOT_FOUND;
         }
         auto embedded = m_model.embedded.find(static_cast<LONG>(number));
-        *attach = new Attachment(this, *it,
-                                 embedded == m_model.embedded.end() ? nullptr : embedded->second);
+        *attach = MakeComObject<Attachment>(
+                      this, *it, embedded == m_model.embedded.end() ? nullptr : embedded->second)
+                      .Detach();
         return S_OK;
     } catch (...) {
         return CaughtError();
@@ -316,7 +275,7 @@ public:
         PropertyList props;
         PutLong(props, PR_ATTACH_NUM, next);
         *number = static_cast<ULONG>(next);
-        *attach = new Attachment(this, std::move(props), nullptr);
+        *attach = MakeComObject<Attachment>(this, std::move(props), nullptr).Detach();
         return S_OK;
     } catch (...) {
         return CaughtError();
@@ -391,6 +350,15 @@ public:
     }
 
 private:
+    friend ComObject;
+    // The caller of OpenIMsgOnIStg hears of the last Release before the message goes.
+    void FinalRelease() noexcept {
+        if (m_onRelease) {
+            m_onRelease(m_callerData, this);
+        }
+        delete this;
+    }
+
     PropertyHost Host() { return {m_model.props, *m_names, static_cast<IMessage*>(this)}; }
 
     std::vector<PropertyList>::iterator FindAttachment(ULONG number) {
@@ -439,7 +407,6 @@ private:
         return hr;
     }
 
-    ULONG m_refs = 1;
     std::shared_ptr<_MSGSESS> m_session;
     ComPtr<IStorage> m_storage;
     ULONG m_flags;
@@ -476,7 +443,8 @@ HRESULT Attachment::OpenProperty(ULONG tag, LPCIID iid, ULONG, ULONG flags,
         return MAPI_E_NOT_FOUND;
     }
     MessageModel model = create ? MessageModel{} : *m_embedded;
-    *unknown = static_cast<IMessage*>(new Message(std::move(model), &m_message->Names(), this));
+    *unknown = static_cast<IMessage*>(
+        MakeComObject<Message>(std::move(model), &m_message->Names(), this).Detach());
     return S_OK;
 } catch (...) {
     return CaughtError();
@@ -495,8 +463,7 @@ HRESULT CopyEmbedded(const MessageModel& model, std::vector<NamedProperty>& name
     if (FAILED(hr)) {
         return hr;
     }
-    ComPtr<IMessage> source;
-    source.Attach(new Message(model, &names, nullptr));
+    ComPtr<Message> source = MakeComObject<Message>(model, &names, nullptr);
     hr = source->CopyTo(0, nullptr, nullptr, 0, nullptr, &IID_IMessage, target.get(), 0, nullptr);
     return SUCCEEDED(hr) ? target->SaveChanges(KEEP_OPEN_READWRITE) : hr;
 }
@@ -598,14 +565,12 @@ SCODE STDAPICALLTYPE OpenIMsgOnIStg(LPMSGSESS lpMsgSess, LPALLOCATEBUFFER, LPALL
         return MAPI_E_INVALID_PARAMETER;
     }
     try {
-        ComPtr<IMessage> message;
-        auto* created = new Message(*SessionOf(lpMsgSess), lpStg, ulFlags);
-        message.Attach(created);
-        HRESULT hr = created->Load();
+        ComPtr<Message> message = MakeComObject<Message>(*SessionOf(lpMsgSess), lpStg, ulFlags);
+        HRESULT hr = message->Load();
         if (FAILED(hr)) {
             return hr;
         }
-        created->OnRelease(lpfMsgCallRelease, ulCallerData);
+        message->OnRelease(lpfMsgCallRelease, ulCallerData);
         *lppMsg = message.Detach();
         return S_OK;
     } catch (...) {

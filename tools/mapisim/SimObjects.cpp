@@ -81,7 +81,10 @@ HRESULT MakeProblems(const std::vector<SPropProblem>& problems, LPSPropProblemAr
     return S_OK;
 }
 
-class PropertyStream final : public IStream, LiveObject {
+class PropertyStream final
+    : public ComObject<PropertyStream, LiveCount::NotCounted,
+                       Implements<IStream, IID_IStream, IID_ISequentialStream>>,
+      LiveObject {
 public:
     PropertyStream(std::vector<BYTE> content, bool writable,
                    std::function<HRESULT(const std::vector<BYTE>&)> commit, IUnknown* owner)
@@ -90,27 +93,6 @@ public:
           m_commit(std::move(commit)),
           m_owner(owner) {}
 
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) override {
-        if (!ppv) {
-            return E_POINTER;
-        }
-        if (IsEqualIID(riid, IID_IUnknown) || IsEqualIID(riid, IID_IStream) ||
-            IsEqualIID(riid, IID_ISequentialStream)) {
-            *ppv = static_cast<IStream*>(this);
-            AddRef();
-            return S_OK;
-        }
-        *ppv = nullptr;
-        return E_NOINTERFACE;
-    }
-    ULONG STDMETHODCALLTYPE AddRef() override { return ++m_refs; }
-    ULONG STDMETHODCALLTYPE Release() override {
-        ULONG refs = --m_refs;
-        if (refs == 0) {
-            delete this;
-        }
-        return refs;
-    }
     HRESULT STDMETHODCALLTYPE Read(void* pv, ULONG cb, ULONG* read) override {
         if (!pv) {
             return STG_E_INVALIDPOINTER;
@@ -215,7 +197,6 @@ public:
     }
 
 private:
-    ULONG m_refs = 1;
     std::vector<BYTE> m_data;
     size_t m_position = 0;
     bool m_writable;
@@ -223,33 +204,15 @@ private:
     ComPtr<IUnknown> m_owner;
 };
 
-class SnapshotTable final : public IMAPITable, LiveObject {
+class SnapshotTable final : public ComObject<SnapshotTable, LiveCount::NotCounted,
+                                             Implements<IMAPITable, IID_IMAPITable>>,
+                            LiveObject {
 public:
     SnapshotTable(std::vector<PropertyList> rows, bool unicode)
         : m_rows(std::move(rows)), m_unicode(unicode) {
         m_columns = AllColumns();
     }
 
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) override {
-        if (!ppv) {
-            return E_POINTER;
-        }
-        if (IsEqualIID(riid, IID_IUnknown) || IsEqualIID(riid, IID_IMAPITable)) {
-            *ppv = static_cast<IMAPITable*>(this);
-            AddRef();
-            return S_OK;
-        }
-        *ppv = nullptr;
-        return E_NOINTERFACE;
-    }
-    ULONG STDMETHODCALLTYPE AddRef() override { return ++m_refs; }
-    ULONG STDMETHODCALLTYPE Release() override {
-        ULONG refs = --m_refs;
-        if (refs == 0) {
-            delete this;
-        }
-        return refs;
-    }
     HRESULT STDMETHODCALLTYPE GetLastError(HRESULT, ULONG, LPMAPIERROR* error) override {
         if (error) {
             *error = nullptr;
@@ -420,7 +383,6 @@ private:
         return columns;
     }
 
-    ULONG m_refs = 1;
     std::vector<PropertyList> m_rows;
     bool m_unicode;
     std::vector<ULONG> m_columns;
@@ -440,7 +402,8 @@ std::vector<BYTE> StreamContent(const Property& prop) {
 HRESULT CreatePropertyStream(std::vector<BYTE> content, bool writable,
                              std::function<HRESULT(const std::vector<BYTE>&)> commit,
                              IUnknown* owner, IStream** stream) try {
-    *stream = new PropertyStream(std::move(content), writable, std::move(commit), owner);
+    *stream = MakeComObject<PropertyStream>(std::move(content), writable, std::move(commit), owner)
+                  .Detach();
     return S_OK;
 } catch (...) {
     *stream = nullptr;
@@ -448,7 +411,7 @@ HRESULT CreatePropertyStream(std::vector<BYTE> content, bool writable,
 }
 
 HRESULT CreateSnapshotTable(std::vector<PropertyList> rows, bool unicode, IMAPITable** table) try {
-    *table = new SnapshotTable(std::move(rows), unicode);
+    *table = MakeComObject<SnapshotTable>(std::move(rows), unicode).Detach();
     return S_OK;
 } catch (...) {
     return CaughtError();

@@ -7,12 +7,15 @@
 #include <functional>
 #include <set>
 
+#include "common/ComObject.h"
 #include "common/ComPtr.h"
 #include "tools/mapisim/SimModel.h"
 
 namespace mapisim {
 
-// Counts itself among the simulator's live objects for as long as it exists.
+// Counts itself among the simulator's live objects for as long as it exists. The simulator's COM
+// objects are built on ComObject with LiveCount::NotCounted and take this as a further base: they
+// are the simulator's objects for MapiSimLiveObjects, not the module's (it has no unload count).
 struct LiveObject {
     LiveObject() { ++g_liveObjects; }
     ~LiveObject() { --g_liveObjects; }
