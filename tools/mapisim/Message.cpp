@@ -532,8 +532,9 @@ SCODE STDAPICALLTYPE OpenIMsgSession(LPMALLOC, ULONG, LPMSGSESS* lppMsgSess) {
         return MAPI_E_INVALID_PARAMETER;
     }
     try {
-        auto* handle = new std::shared_ptr<_MSGSESS>(std::make_shared<_MSGSESS>());
-        *lppMsgSess = reinterpret_cast<LPMSGSESS>(handle);
+        // The handle owns a share of the session; CloseIMsgSession takes it back.
+        auto handle = std::make_unique<std::shared_ptr<_MSGSESS>>(std::make_shared<_MSGSESS>());
+        *lppMsgSess = reinterpret_cast<LPMSGSESS>(handle.release());
     } catch (...) {
         *lppMsgSess = nullptr;
         return MAPI_E_NOT_ENOUGH_MEMORY;
@@ -547,9 +548,8 @@ void STDAPICALLTYPE CloseIMsgSession(LPMSGSESS lpMsgSess) {
     if (!lpMsgSess) {
         return;
     }
-    auto* handle = SessionOf(lpMsgSess);
+    std::unique_ptr<std::shared_ptr<_MSGSESS>> handle(SessionOf(lpMsgSess));
     (*handle)->open = false;
-    delete handle;
     --g_liveSessions;
 }
 

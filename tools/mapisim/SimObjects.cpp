@@ -414,6 +414,7 @@ HRESULT CreateSnapshotTable(std::vector<PropertyList> rows, bool unicode, IMAPIT
     *table = MakeComObject<SnapshotTable>(std::move(rows), unicode).Detach();
     return S_OK;
 } catch (...) {
+    *table = nullptr;
     return CaughtError();
 }
 
