@@ -1,12 +1,14 @@
 #!/bin/sh
 # Runs every test under Wine: one X server (Xvfb) and one persistent wineserver for the whole run,
-# ctest's summary at the end, non-zero exit on any failure.
+# ctest's summary at the end, non-zero exit on any failure. Arguments after the build folder go
+# to ctest, e.g. `-R SettingsTest` to run some tests only.
 set -eu
 if [ -z "${TALVORN_IN_XVFB:-}" ]; then
     TALVORN_IN_XVFB=1 exec xvfb-run -a -s "-screen 0 1280x1024x24" sh "$0" "$@"
 fi
 
 BUILD_DIR=$(cd "$1" && pwd)
+shift
 scripts=$(cd "$(dirname "$0")" && pwd)
 . "$scripts/wine-env.sh"
 "$scripts/wine-prefix.sh" "$BUILD_DIR"
@@ -18,5 +20,5 @@ trap 'wineserver -k >/dev/null 2>&1 || true' EXIT
 # ctest's output pipe open while it discovers the tests.
 wine cmd /c exit >/dev/null 2>&1 || true
 status=0
-ctest --test-dir "$BUILD_DIR" --output-on-failure -j2 --timeout 300 || status=$?
+ctest --test-dir "$BUILD_DIR" --output-on-failure -j2 --timeout 300 "$@" || status=$?
 exit $status

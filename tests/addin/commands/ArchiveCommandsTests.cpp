@@ -91,9 +91,9 @@ protected:
             [&](const auto& context) { OnAttachmentSingleOutlook(context, Window()); });
     }
 
-    // Takes the connector's URL handler away. A launch then shows Wine's box and the add-in's
-    // message before the command returns, so in a test that expects neither, any launch attempt
-    // is an unexpected window.
+    // Hides the connector's URL handler from the shell. A launch then shows Wine's box and the
+    // add-in's message before the command returns, so in a test that expects neither, any launch
+    // attempt is an unexpected window.
     void RemoveConnectorHandler() { m_noHandler.emplace(); }
     // Two targets, so that a choice offered where none belongs is an unexpected window.
     void UseTwoTargets() {
@@ -125,7 +125,7 @@ protected:
     ComPtr<FakeDispatch> m_window = FakeDispatch::Create();
     ComPtr<FakeDispatch> m_item = FakeDispatch::Create();
     LogCapture m_log;
-    std::optional<UrlHandlerRemoval> m_noHandler;
+    std::optional<PrivateClassesRoot> m_noHandler;
     std::vector<UINT> m_errorBoxes;
     WindowWatcher m_watcher;
 };
