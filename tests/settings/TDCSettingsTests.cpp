@@ -28,6 +28,9 @@ protected:
         const SettingValue* value = m_settings.GetSetting(name);
         return value ? value->TextValue() : L"<missing>";
     }
+    static std::vector<std::wstring> UserValueNames() {
+        return ValueNames(HKEY_CURRENT_USER, RegistrySandbox::UserPath());
+    }
     static std::vector<std::wstring> Targets(int count) {
         std::vector<std::wstring> targets;
         for (int i = 1; i <= count; ++i) {
@@ -157,10 +160,9 @@ TEST_F(SettingsTest, SaveWritesTheWholeMapAfterDeletingTheOldListUpToItsFirstGap
 
     ASSERT_EQ(m_settings.SaveSettings(), S_OK);
 
-    EXPECT_EQ(m_registry.UserValueNames(),
-              (std::vector<std::wstring>{L"DeleteArcDocs", L"Params1", L"Params2", L"Params3",
-                                         L"Params7", L"l"}));
-    EXPECT_EQ(m_registry.UserNumber(L"DeleteArcDocs"), 1u);
+    EXPECT_EQ(UserValueNames(), (std::vector<std::wstring>{L"DeleteArcDocs", L"Params1", L"Params2",
+                                                           L"Params3", L"Params7", L"l"}));
+    EXPECT_EQ(ReadNumber(HKEY_CURRENT_USER, RegistrySandbox::UserPath(), L"DeleteArcDocs"), 1u);
     EXPECT_EQ(m_registry.UserString(L"Params3"), StorageTarget(L"Params3", L"1", L"2"));
 }
 
@@ -178,7 +180,7 @@ TEST_F(SettingsTest, AdministrativeLockRefusesTheSaveWithAMessage) {
     ASSERT_EQ(seen.size(), 1u);
     EXPECT_TRUE(seen[0].HasText(L"Saving Settings are administratively disabled.")) << seen[0];
     EXPECT_EQ(seen[0].messageBoxType, static_cast<UINT>(MB_TOPMOST));
-    EXPECT_TRUE(m_registry.UserValueNames().empty());
+    EXPECT_TRUE(UserValueNames().empty());
 }
 
 TEST_F(SettingsTest, UserValuesRoundTripThroughTheCurrentUserOnly) {

@@ -123,44 +123,12 @@ bool KeyExists(HKEY root, const std::wstring& path) {
 std::wstring RegistrySandbox::MachinePath() { return CTDCSettings::MachineKeyPath(); }
 std::wstring RegistrySandbox::UserPath() { return CTDCSettings::UserKeyPath(); }
 
-void RegistrySandbox::Wipe() {
-    RegDeleteTreeW(HKEY_CURRENT_USER, MachinePath().c_str());
-    RegDeleteTreeW(HKEY_LOCAL_MACHINE, MachinePath().c_str());
-}
-
-void RegistrySandbox::SetMachineString(const wchar_t* name, const wchar_t* text) {
-    SetText(HKEY_LOCAL_MACHINE, MachinePath(), name, text);
-}
-void RegistrySandbox::SetMachineNumber(const wchar_t* name, DWORD number) {
-    SetNumber(HKEY_LOCAL_MACHINE, MachinePath(), name, number);
-}
-void RegistrySandbox::SetMachineTargets(const std::vector<std::wstring>& targets) {
-    CreateKey(HKEY_LOCAL_MACHINE, MachinePath());
+void RegistrySandbox::SetTargets(HKEY root, const std::wstring& path,
+                                 const std::vector<std::wstring>& targets) {
+    CreateKey(root, path);
     for (size_t i = 0; i < targets.size(); ++i) {
-        SetMachineString((L"Params" + std::to_wstring(i + 1)).c_str(), targets[i].c_str());
+        SetText(root, path, (L"Params" + std::to_wstring(i + 1)).c_str(), targets[i]);
     }
-}
-void RegistrySandbox::SetUserString(const wchar_t* name, const wchar_t* text, HKEY hive) {
-    SetText(hive, UserPath(), name, text);
-}
-void RegistrySandbox::SetUserNumber(const wchar_t* name, DWORD number, HKEY hive) {
-    SetNumber(hive, UserPath(), name, number);
-}
-void RegistrySandbox::SetUserTargets(const std::vector<std::wstring>& targets, HKEY hive) {
-    CreateKey(hive, UserPath());
-    for (size_t i = 0; i < targets.size(); ++i) {
-        SetUserString((L"Params" + std::to_wstring(i + 1)).c_str(), targets[i].c_str(), hive);
-    }
-}
-
-std::wstring RegistrySandbox::UserString(const wchar_t* name, bool* found) const {
-    return ReadText(HKEY_CURRENT_USER, UserPath(), name, found);
-}
-DWORD RegistrySandbox::UserNumber(const wchar_t* name) const {
-    return ReadNumber(HKEY_CURRENT_USER, UserPath(), name);
-}
-std::vector<std::wstring> RegistrySandbox::UserValueNames() const {
-    return ValueNames(HKEY_CURRENT_USER, UserPath());
 }
 
 std::wstring StorageTarget(const std::wstring& label, const std::wstring& appid,

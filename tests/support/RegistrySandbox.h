@@ -63,25 +63,41 @@ public:
     RegistrySandbox(const RegistrySandbox&) = delete;
     RegistrySandbox& operator=(const RegistrySandbox&) = delete;
 
-    void Wipe();
+    void Wipe() {
+        RegDeleteTreeW(HKEY_CURRENT_USER, MachinePath().c_str());
+        RegDeleteTreeW(HKEY_LOCAL_MACHINE, MachinePath().c_str());
+    }
 
-    // Values of HKLM\Software\talvorn\Talvorn.DorvaneAddin.
-    void SetMachineString(const wchar_t* name, const wchar_t* text);
-    void SetMachineNumber(const wchar_t* name, DWORD number);
-    void SetMachineTargets(const std::vector<std::wstring>& targets);
+    // Values of HKLM\Software\talvorn\Talvorn.DorvaneAddin; storage targets are "Params1", ...
+    void SetMachineString(const wchar_t* name, const wchar_t* text) {
+        SetText(HKEY_LOCAL_MACHINE, MachinePath(), name, text);
+    }
+    void SetMachineNumber(const wchar_t* name, DWORD number) {
+        SetNumber(HKEY_LOCAL_MACHINE, MachinePath(), name, number);
+    }
+    void SetMachineTargets(const std::vector<std::wstring>& targets) {
+        SetTargets(HKEY_LOCAL_MACHINE, MachinePath(), targets);
+    }
     // Values of the per-user key, in HKEY_CURRENT_USER unless told otherwise.
-    void SetUserString(const wchar_t* name, const wchar_t* text, HKEY hive = HKEY_CURRENT_USER);
-    void SetUserNumber(const wchar_t* name, DWORD number, HKEY hive = HKEY_CURRENT_USER);
-    // Storage targets "Params1", "Params2", ...
-    void SetUserTargets(const std::vector<std::wstring>& targets, HKEY hive = HKEY_CURRENT_USER);
-
-    // Values of the per-user key in HKEY_CURRENT_USER.
-    std::wstring UserString(const wchar_t* name, bool* found = nullptr) const;
-    DWORD UserNumber(const wchar_t* name) const;
-    std::vector<std::wstring> UserValueNames() const;
+    void SetUserString(const wchar_t* name, const wchar_t* text, HKEY hive = HKEY_CURRENT_USER) {
+        SetText(hive, UserPath(), name, text);
+    }
+    void SetUserNumber(const wchar_t* name, DWORD number, HKEY hive = HKEY_CURRENT_USER) {
+        SetNumber(hive, UserPath(), name, number);
+    }
+    void SetUserTargets(const std::vector<std::wstring>& targets, HKEY hive = HKEY_CURRENT_USER) {
+        SetTargets(hive, UserPath(), targets);
+    }
+    std::wstring UserString(const wchar_t* name, bool* found = nullptr) const {
+        return ReadText(HKEY_CURRENT_USER, UserPath(), name, found);
+    }
 
     static std::wstring MachinePath();
     static std::wstring UserPath();
+
+private:
+    static void SetTargets(HKEY root, const std::wstring& path,
+                           const std::vector<std::wstring>& targets);
 };
 
 // "label=\"<label>\" appid=<appid> configid=<configid>"

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <atomic>
 #include <cstring>
 #include <ostream>
 #include <stdexcept>
@@ -12,7 +11,9 @@
 
 namespace {
 
-constexpr DWORD kPollIntervalMs = 20;
+WindowWatcher* g_activeWatcher = nullptr;
+using MessageBoxWFunction = int(WINAPI*)(HWND, LPCWSTR, LPCWSTR, UINT);
+MessageBoxWFunction g_realMessageBoxW = nullptr;
 
 std::wstring ClassOf(HWND hwnd) {
     wchar_t name[64] = L"";
@@ -24,46 +25,29 @@ bool IsClass(const std::wstring& name, const wchar_t* className) {
     return CompareStringOrdinal(name.c_str(), -1, className, -1, TRUE) == CSTR_EQUAL;
 }
 
-// The dialog answers from its modal loop; the timeout keeps a thread that stopped pumping from
-// stalling the watcher. 0 when the message failed.
-LRESULT Send(HWND hwnd, UINT message, WPARAM wParam = 0, LPARAM lParam = 0) {
-    DWORD_PTR answer = 0;
-    return SendMessageTimeoutW(hwnd, message, wParam, lParam, SMTO_ABORTIFHUNG, 2000, &answer)
-               ? static_cast<LRESULT>(answer)
-               : 0;
-}
-
 // The text of a window, or of entry `item` of a combo box.
 std::wstring TextOf(HWND hwnd, std::optional<WPARAM> item = std::nullopt) {
-    LRESULT length = item ? Send(hwnd, CB_GETLBTEXTLEN, *item) : Send(hwnd, WM_GETTEXTLENGTH);
+    LRESULT length = item ? SendMessageW(hwnd, CB_GETLBTEXTLEN, *item, 0)
+                          : SendMessageW(hwnd, WM_GETTEXTLENGTH, 0, 0);
     std::wstring text(static_cast<size_t>(std::max<LRESULT>(length, 0)) + 1, L'\0');
     auto buffer = reinterpret_cast<LPARAM>(text.data());
-    LRESULT copied = item ? Send(hwnd, CB_GETLBTEXT, *item, buffer)
-                          : Send(hwnd, WM_GETTEXT, text.size(), buffer);
+    LRESULT copied = item ? SendMessageW(hwnd, CB_GETLBTEXT, *item, buffer)
+                          : SendMessageW(hwnd, WM_GETTEXT, text.size(), buffer);
     text.resize(static_cast<size_t>(std::clamp<LRESULT>(copied, 0, length)));
     return text;
 }
 
-BOOL CALLBACK CollectDialog(HWND hwnd, LPARAM found) {
-    DWORD process = 0;
-    GetWindowThreadProcessId(hwnd, &process);
-    if (process == GetCurrentProcessId() && IsWindowVisible(hwnd) &&
-        IsClass(ClassOf(hwnd), L"#32770")) {
-        reinterpret_cast<std::vector<HWND>*>(found)->push_back(hwnd);
-    }
-    return TRUE;
-}
-
 WindowWatcher::Window Describe(HWND dialog) {
-    WindowWatcher::Window window{TextOf(dialog), {}, GetWindow(dialog, GW_OWNER), {}, false, false};
+    WindowWatcher::Window window{TextOf(dialog), {}, GetWindow(dialog, GW_OWNER), {}};
     for (HWND child = GetWindow(dialog, GW_CHILD); child; child = GetWindow(child, GW_HWNDNEXT)) {
         // A message box hides the buttons of the other box types instead of destroying them.
-        if (!IsWindowVisible(child)) {
+        if (!(GetWindowLongW(child, GWL_STYLE) & WS_VISIBLE)) {
             continue;
         }
         auto& control = window.controls.emplace_back(
             WindowWatcher::Control{GetDlgCtrlID(child), ClassOf(child), TextOf(child), {}});
-        LRESULT items = IsClass(control.className, L"ComboBox") ? Send(child, CB_GETCOUNT) : 0;
+        LRESULT items =
+            IsClass(control.className, L"ComboBox") ? SendMessageW(child, CB_GETCOUNT, 0, 0) : 0;
         for (LRESULT i = 0; i < items; ++i) {
             control.items.push_back(TextOf(child, static_cast<WPARAM>(i)));
         }
@@ -75,10 +59,6 @@ void PostCommand(HWND dialog, int id, WORD code) {
     PostMessageW(dialog, WM_COMMAND, MAKEWPARAM(id, code),
                  reinterpret_cast<LPARAM>(GetDlgItem(dialog, id)));
 }
-
-using MessageBoxWFunction = int(WINAPI*)(HWND, LPCWSTR, LPCWSTR, UINT);
-std::atomic<WindowWatcher*> g_activeWatcher{nullptr};
-std::atomic<MessageBoxWFunction> g_realMessageBoxW{nullptr};
 
 // The import address table slot through which the test program calls user32's MessageBoxW.
 void** MessageBoxImportSlot() {
@@ -141,68 +121,69 @@ std::ostream& operator<<(std::ostream& out, const WindowWatcher::Window& window)
     for (const WindowWatcher::Control& control : window.controls) {
         out << (&control == &window.controls[0] ? " {\"" : ", \"") << ToUtf8(control.text) << '"';
     }
-    return out << (window.controls.empty() ? "" : "}")
-               << (window.unanswerable ? " could not be answered" : "");
+    return out << (window.controls.empty() ? "" : "}");
 }
 
 WindowWatcher::Expectation& WindowWatcher::Expectation::Add(int id,
                                                             std::optional<std::wstring> entry) {
-    std::lock_guard<std::mutex> lock(m_watcher.m_mutex);
     m_watcher.m_plans[m_index].actions.push_back(Action{id, std::move(entry)});
     return *this;
 }
 
-WindowWatcher::WindowWatcher() : m_stop(CreateEventW(nullptr, TRUE, FALSE, nullptr)) {
-    WindowWatcher* none = nullptr;
-    if (!m_stop || !g_activeWatcher.compare_exchange_strong(none, this)) {
+WindowWatcher::WindowWatcher() {
+    if (g_activeWatcher) {
         throw std::logic_error("WindowWatcher: only one watcher at a time");
     }
+    m_hook = SetWindowsHookExW(WH_CALLWNDPROCRET, OnWindowMessage, nullptr, GetCurrentThreadId());
+    if (!m_hook) {
+        throw std::runtime_error("WindowWatcher: cannot hook the thread's windows");
+    }
+    g_activeWatcher = this;
     if ((m_messageBoxSlot = MessageBoxImportSlot())) {
         g_realMessageBoxW = reinterpret_cast<MessageBoxWFunction>(*m_messageBoxSlot);
         WriteSlot(m_messageBoxSlot, reinterpret_cast<void*>(&NotingMessageBoxW));
     }
-    m_thread = std::thread([this] {
-        do {
-            Poll();
-        } while (WaitForSingleObject(m_stop.get(), kPollIntervalMs) == WAIT_TIMEOUT);
-    });
 }
 
 WindowWatcher::~WindowWatcher() {
-    SetEvent(m_stop.get());
-    m_thread.join();
     if (m_messageBoxSlot) {
-        WriteSlot(m_messageBoxSlot, reinterpret_cast<void*>(g_realMessageBoxW.load()));
+        WriteSlot(m_messageBoxSlot, reinterpret_cast<void*>(g_realMessageBoxW));
     }
+    UnhookWindowsHookEx(m_hook);
     g_activeWatcher = nullptr;
 }
 
 int WINAPI WindowWatcher::NotingMessageBoxW(HWND owner, LPCWSTR text, LPCWSTR caption, UINT type) {
-    if (WindowWatcher* watcher = g_activeWatcher.load()) {
-        std::lock_guard<std::mutex> lock(watcher->m_mutex);
-        watcher->m_boxCalls.push_back(BoxCall{caption ? caption : L"", text ? text : L"", type});
+    if (g_activeWatcher) {
+        g_activeWatcher->m_boxCalls.push_back(
+            BoxCall{caption ? caption : L"", text ? text : L"", type});
     }
-    return g_realMessageBoxW.load()(owner, text, caption, type);
+    return g_realMessageBoxW(owner, text, caption, type);
+}
+
+// A dialog that ends while it is made is never shown and so never seen.
+LRESULT CALLBACK WindowWatcher::OnWindowMessage(int code, WPARAM wParam, LPARAM lParam) {
+    const auto* message = reinterpret_cast<const CWPRETSTRUCT*>(lParam);
+    WindowWatcher* watcher = g_activeWatcher;
+    if (code == HC_ACTION && watcher && IsClass(ClassOf(message->hwnd), L"#32770")) {
+        std::vector<HWND>& shown = watcher->m_shown;
+        auto known = std::find(shown.begin(), shown.end(), message->hwnd);
+        if (message->message == WM_SHOWWINDOW && message->wParam && known == shown.end()) {
+            shown.push_back(message->hwnd);
+            watcher->Answer(message->hwnd);
+        } else if (message->message == WM_NCDESTROY && known != shown.end()) {
+            shown.erase(known);
+        }
+    }
+    return CallNextHookEx(nullptr, code, wParam, lParam);
 }
 
 WindowWatcher::Expectation WindowWatcher::Expect(const std::wstring& caption) {
-    std::lock_guard<std::mutex> lock(m_mutex);
     m_plans.push_back(Plan{caption, {}, false});
     return Expectation(*this, m_plans.size() - 1);
 }
 
-std::vector<WindowWatcher::Window> WindowWatcher::Seen() const {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    return m_seen;
-}
-
 void WindowWatcher::Verify() const {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    for (const Window& window : m_seen) {
-        if (!window.expected || window.unanswerable) {
-            ADD_FAILURE() << (window.expected ? "window " : "unexpected window ") << window;
-        }
-    }
     for (const Plan& plan : m_plans) {
         if (!plan.used) {
             ADD_FAILURE() << "no window \"" << ToUtf8(plan.caption) << "\" appeared";
@@ -210,67 +191,41 @@ void WindowWatcher::Verify() const {
     }
 }
 
-void WindowWatcher::Poll() {
-    std::vector<HWND> dialogs;
-    EnumWindows(CollectDialog, reinterpret_cast<LPARAM>(&dialogs));
-    // A window that has gone is forgotten, so that its handle used again is a new window.
-    std::erase_if(m_open, [&](HWND open) {
-        return std::find(dialogs.begin(), dialogs.end(), open) == dialogs.end();
-    });
-    for (HWND dialog : dialogs) {
-        if (std::find(m_open.begin(), m_open.end(), dialog) == m_open.end()) {
-            m_open.push_back(dialog);
-            Answer(dialog);
-        }
-    }
-}
-
 void WindowWatcher::Answer(HWND dialog) {
-    Window record = Describe(dialog);
-    std::vector<Action> actions;
-    {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        auto call = std::find_if(m_boxCalls.begin(), m_boxCalls.end(), [&](const BoxCall& box) {
-            return box.caption == record.caption && record.HasText(box.text);
-        });
-        if (call != m_boxCalls.end()) {
-            record.messageBoxType = call->type;
-            m_boxCalls.erase(call);
-        }
-        auto plan = std::find_if(m_plans.begin(), m_plans.end(), [&](const Plan& candidate) {
-            return !candidate.used && candidate.caption == record.caption;
-        });
-        if (plan != m_plans.end()) {
-            plan->used = record.expected = true;
-            actions = plan->actions;
-        }
+    Window& record = m_seen.emplace_back(Describe(dialog));
+    auto call = std::find_if(m_boxCalls.begin(), m_boxCalls.end(), [&](const BoxCall& box) {
+        return box.caption == record.caption && record.HasText(box.text);
+    });
+    if (call != m_boxCalls.end()) {
+        record.messageBoxType = call->type;
+        m_boxCalls.erase(call);
     }
-    // The answer is worked out and the window recorded before the first message goes out: the
-    // code under test may return, and the test read Seen(), as soon as the dialog has it.
-    std::vector<std::pair<int, int>> answers;  // a control id and a combo box entry, -1 to click
-    for (const Action& action : actions) {
-        const Control* control = record.FindControl(action.id);
-        if (!control) {
-            record.unanswerable = true;
-        } else if (!action.entry) {
-            answers.emplace_back(action.id, -1);
-        } else {
-            auto entry = std::find(control->items.begin(), control->items.end(), *action.entry);
-            record.unanswerable |= entry == control->items.end();
-            answers.emplace_back(action.id, static_cast<int>(entry - control->items.begin()));
-        }
+    auto plan = std::find_if(m_plans.begin(), m_plans.end(), [&](const Plan& candidate) {
+        return !candidate.used && candidate.caption == record.caption;
+    });
+    if (plan == m_plans.end()) {
+        ADD_FAILURE() << "unexpected window " << record;
     }
-    {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        m_seen.push_back(record);
-    }
+    // Posted: the dialog's modal loop handles them in this order once it runs.
     bool clicked = false;
-    for (auto [id, entry] : answers) {
-        if (entry >= 0) {
-            PostMessageW(GetDlgItem(dialog, id), CB_SETCURSEL, static_cast<WPARAM>(entry), 0);
+    for (const Action& action : plan != m_plans.end() ? plan->actions : std::vector<Action>()) {
+        const Control* control = record.FindControl(action.id);
+        auto entry = control && action.entry
+                         ? std::find(control->items.begin(), control->items.end(), *action.entry)
+                         : std::vector<std::wstring>::const_iterator();
+        if (!control || (action.entry && entry == control->items.end())) {
+            ADD_FAILURE() << "no control " << action.id << " or entry to answer " << record;
+        } else if (action.entry) {
+            PostMessageW(GetDlgItem(dialog, action.id), CB_SETCURSEL,
+                         static_cast<WPARAM>(entry - control->items.begin()), 0);
+            PostCommand(dialog, action.id, CBN_SELCHANGE);
+        } else {
+            PostCommand(dialog, action.id, BN_CLICKED);
+            clicked = true;
         }
-        PostCommand(dialog, id, entry >= 0 ? CBN_SELCHANGE : BN_CLICKED);
-        clicked |= entry < 0;
+    }
+    if (plan != m_plans.end()) {
+        plan->used = true;
     }
     // Any box and dialog of this system ends on IDCANCEL, answering nothing.
     if (!clicked) {

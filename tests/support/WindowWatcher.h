@@ -1,7 +1,8 @@
-// Answers the dialogs and message boxes that the code under test shows on the test's own thread.
-// A watcher thread polls the process's visible dialog windows (class "#32770") every 20 ms,
-// records each new one and answers it as the test said beforehand; a window nobody expected is
-// recorded and cancelled. (A window that stays open is the test main's watchdog's to report.)
+// Answers the dialogs and message boxes that the code under test shows on the test's thread. A
+// window hook notes each dialog window (class "#32770") as it is shown, with its visible
+// controls, and posts the answer the test gave beforehand, which the dialog's modal loop then
+// handles; a window nobody expected fails the test and is cancelled. (A window that stays open
+// all the same is the test main's watchdog's to report.)
 //
 // Wine draws message boxes without regard to MB_TOPMOST and the icon flags, so while a watcher
 // lives the test program's own MessageBoxW calls are noted (through its import table) and each
@@ -16,13 +17,9 @@
 #include <windows.h>
 
 #include <iosfwd>
-#include <mutex>
 #include <optional>
 #include <string>
-#include <thread>
 #include <vector>
-
-#include "common/UniqueResource.h"
 
 class WindowWatcher {
 public:
@@ -38,8 +35,6 @@ public:
         std::vector<Control> controls;  // the visible ones
         HWND owner;                     // for comparing only: the window is gone by then
         std::optional<UINT> messageBoxType;
-        bool expected;
-        bool unanswerable;  // a control or combo box entry of the answer was missing
 
         bool HasText(const std::wstring& text) const;
         const Control* FindControl(int id) const;
@@ -62,7 +57,7 @@ public:
         size_t m_index;
     };
 
-    // One watcher at a time.
+    // One watcher at a time, on the thread that shows the windows.
     WindowWatcher();
     ~WindowWatcher();
     WindowWatcher(const WindowWatcher&) = delete;
@@ -70,8 +65,8 @@ public:
 
     // The next window with exactly this caption; expectations of one caption are used in order.
     Expectation Expect(const std::wstring& caption);
-    std::vector<Window> Seen() const;
-    // Fails the test for every unexpected or unanswerable window and every unmet expectation.
+    const std::vector<Window>& Seen() const { return m_seen; }
+    // Fails the test for every expected window that did not appear.
     void Verify() const;
 
 private:
@@ -90,18 +85,16 @@ private:
         UINT type;
     };
 
+    static LRESULT CALLBACK OnWindowMessage(int code, WPARAM wParam, LPARAM lParam);
     static int WINAPI NotingMessageBoxW(HWND owner, LPCWSTR text, LPCWSTR caption, UINT type);
-    void Poll();
     void Answer(HWND dialog);
 
-    mutable std::mutex m_mutex;
     std::vector<Plan> m_plans;
     std::vector<Window> m_seen;
     std::vector<BoxCall> m_boxCalls;  // MessageBoxW calls whose window has not been seen yet
-    std::vector<HWND> m_open;         // the watcher thread's own
+    std::vector<HWND> m_shown;        // dialogs seen and not destroyed yet
+    HHOOK m_hook = nullptr;
     void** m_messageBoxSlot = nullptr;
-    UniqueHandle m_stop;
-    std::thread m_thread;
 };
 
 std::ostream& operator<<(std::ostream& out, const WindowWatcher::Window& window);
