@@ -318,6 +318,9 @@ TEST_P(ConnectModeTest, OtherThanAtStartUpStartsUpAtOnce) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Modes, ConnectModeTest,
-                         testing::Values(ext_cm_External, ext_cm_CommandLine));
+                         testing::Values(ext_cm_External, ext_cm_CommandLine),
+                         [](const testing::TestParamInfo<ext_ConnectMode>& info) {
+                             return info.param == ext_cm_External ? "External" : "CommandLine";
+                         });
 
 }  // namespace

@@ -101,6 +101,7 @@ TEST_P(PerUserKeyTest, OverridesTheMachineWideValuesAndReplacesTheirList) {
 
     EXPECT_EQ(TargetNames(), (std::vector<std::wstring>{L"Params1", L"Params2"}));
     EXPECT_EQ(Text(L"Params2"), StorageTarget(L"Y", L"9", L"9"));
+    ASSERT_NE(m_settings.GetSetting(L"DeleteArcDocs"), nullptr);
     EXPECT_EQ(m_settings.GetSetting(L"DeleteArcDocs")->Number(), 1u);
     EXPECT_EQ(Text(L"l"), L"de");
     // Every named value the per-user key lacks keeps its machine-wide value, and says so.
