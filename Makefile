@@ -1,6 +1,8 @@
 # Front door: `make demo` archives a sample document under Wine, `make test` runs every test.
 BUILD_DIR ?= build
 JOBS ?= 2
+# cmake --build runs make underneath: without this every line of it says which folder it is in.
+MAKEFLAGS += --no-print-directory
 
 .PHONY: all deps configure build test demo format clean
 

@@ -9,7 +9,7 @@
 #include "common/BoundedFormat.h"
 #include "common/ComPtr.h"
 #include "common/Messages.h"
-#include "common/UniqueResource.h"
+#include "common/Registry.h"
 #include "resources/resource.h"
 #include "settings/TDCSettings.h"
 
@@ -152,24 +152,17 @@ private:
 };
 
 bool ReadInstallationFolder(wchar_t (&folder)[1025]) noexcept {
-    UniqueHKey key;
     try {
-        if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, CTDCSettings::MachineKeyPath().c_str(), 0, KEY_READ,
-                          key.put()) != ERROR_SUCCESS) {
-            return false;
-        }
+        UniqueHKey key;
+        DWORD type = 0;
+        return OpenRegKey(HKEY_LOCAL_MACHINE, CTDCSettings::MachineKeyPath().c_str(), KEY_READ,
+                          key) == ERROR_SUCCESS &&
+               ReadRegText(key.get(), kDirValue, folder, std::size(folder), &type) ==
+                   ERROR_SUCCESS &&
+               type == REG_SZ;
     } catch (...) {
         return false;
     }
-    DWORD size = 2048;
-    DWORD type = 0;
-    if (RegQueryValueExW(key.get(), kDirValue, nullptr, &type, reinterpret_cast<BYTE*>(folder),
-                         &size) != ERROR_SUCCESS ||
-        type != REG_SZ) {
-        return false;
-    }
-    folder[size / sizeof(wchar_t)] = L'\0';
-    return true;
 }
 
 }  // namespace

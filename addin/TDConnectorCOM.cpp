@@ -3,51 +3,10 @@
 #include <windows.h>
 
 #include "common/LogFile.h"
-#include "server/ComServer.h"
 
 namespace {
 constexpr const wchar_t* kMethodNames[] = {L"Run", L"DisplaySettings", L"DisplayInfo",
                                            L"DeleteMail"};
-}
-
-HRESULT CTDConnectorCOM::QueryInterface(REFIID riid, void** ppv) {
-    if (!ppv) {
-        return E_POINTER;
-    }
-    *ppv = nullptr;
-    if (riid != IID_IUnknown && riid != IID_IDispatch) {
-        return E_NOINTERFACE;
-    }
-    *ppv = static_cast<IDispatch*>(this);
-    AddRef();
-    return S_OK;
-}
-
-ULONG CTDConnectorCOM::AddRef() { return ++m_refCount; }
-
-ULONG CTDConnectorCOM::Release() {
-    ULONG count = --m_refCount;
-    if (count == 0) {
-        ObjectDestroyed();
-        delete this;
-    }
-    return count;
-}
-
-HRESULT CTDConnectorCOM::GetTypeInfoCount(UINT* count) {
-    if (!count) {
-        return E_POINTER;
-    }
-    *count = 0;
-    return S_OK;
-}
-
-HRESULT CTDConnectorCOM::GetTypeInfo(UINT, LCID, ITypeInfo** info) {
-    if (!info) {
-        return E_POINTER;
-    }
-    *info = nullptr;
-    return E_FAIL;
 }
 
 HRESULT CTDConnectorCOM::GetIDsOfNames(REFIID riid, LPOLESTR* names, UINT count, LCID,

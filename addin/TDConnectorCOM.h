@@ -6,23 +6,17 @@
 
 #include <oaidl.h>
 
-#include <memory>
+#include "common/ComObject.h"
 
 // {6BD2E17D-9699-4A1A-B817-5D42E0FF39E5}
 inline constexpr CLSID CLSID_TDConnectorCOM = {
     0x6BD2E17D, 0x9699, 0x4A1A, {0xB8, 0x17, 0x5D, 0x42, 0xE0, 0xFF, 0x39, 0xE5}};
 
-class CTDConnectorCOM final : public IDispatch {
+class CTDConnectorCOM final
+    : public ComObject<CTDConnectorCOM, LiveCount::Counted, Implements<IDispatch, IID_IDispatch>> {
 public:
     CTDConnectorCOM() = default;
-    CTDConnectorCOM(const CTDConnectorCOM&) = delete;
-    CTDConnectorCOM& operator=(const CTDConnectorCOM&) = delete;
 
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) override;
-    ULONG STDMETHODCALLTYPE AddRef() override;
-    ULONG STDMETHODCALLTYPE Release() override;
-    HRESULT STDMETHODCALLTYPE GetTypeInfoCount(UINT* count) override;
-    HRESULT STDMETHODCALLTYPE GetTypeInfo(UINT index, LCID lcid, ITypeInfo** info) override;
     HRESULT STDMETHODCALLTYPE GetIDsOfNames(REFIID riid, LPOLESTR* names, UINT count, LCID lcid,
                                             DISPID* ids) override;
     HRESULT STDMETHODCALLTYPE Invoke(DISPID id, REFIID riid, LCID lcid, WORD flags,
@@ -30,8 +24,5 @@ public:
                                      UINT* argError) override;
 
 private:
-    friend struct std::default_delete<CTDConnectorCOM>;
-    ~CTDConnectorCOM() = default;
-
-    ULONG m_refCount = 0;
+    ~CTDConnectorCOM() override = default;
 };

@@ -10,7 +10,6 @@
 #include "common/HostKind.h"
 #include "common/LogFile.h"
 #include "common/Variant.h"
-#include "server/ComServer.h"
 
 namespace {
 
@@ -53,50 +52,20 @@ ComPtr<IDispatch> FirstObjectArgument(const DISPPARAMS& params) {
     return object;
 }
 
+// The loadImage callback: the image name is its first argument; the picture is its result.
+HRESULT LoadImageCallback(const DISPPARAMS& params, VARIANT* result) {
+    if (params.cArgs < 1 || !params.rgvarg) {
+        return DISP_E_BADPARAMCOUNT;
+    }
+    Variant name;
+    HRESULT hr = VariantChangeType(&name, &params.rgvarg[params.cArgs - 1], 0, VT_BSTR);
+    if (FAILED(hr)) {
+        return hr;
+    }
+    return LoadRibbonImage(name.bstrVal ? name.bstrVal : L"", result);
+}
+
 }  // namespace
-
-HRESULT CTalvornAddin::QueryInterface(REFIID riid, void** ppv) {
-    if (!ppv) {
-        return E_POINTER;
-    }
-    *ppv = nullptr;
-    if (riid == IID_IUnknown || riid == IID_IDispatch || riid == IID_IDTExtensibility2) {
-        *ppv = static_cast<IDTExtensibility2*>(this);
-    } else if (riid == IID_IRibbonExtensibility) {
-        *ppv = static_cast<IRibbonExtensibility*>(this);
-    } else {
-        return E_NOINTERFACE;
-    }
-    AddRef();
-    return S_OK;
-}
-
-ULONG CTalvornAddin::AddRef() { return ++m_refCount; }
-
-ULONG CTalvornAddin::Release() {
-    ULONG count = --m_refCount;
-    if (count == 0) {
-        ObjectDestroyed();
-        delete this;
-    }
-    return count;
-}
-
-HRESULT CTalvornAddin::GetTypeInfoCount(UINT* count) {
-    if (!count) {
-        return E_POINTER;
-    }
-    *count = 0;
-    return S_OK;
-}
-
-HRESULT CTalvornAddin::GetTypeInfo(UINT, LCID, ITypeInfo** info) {
-    if (!info) {
-        return E_POINTER;
-    }
-    *info = nullptr;
-    return E_FAIL;
-}
 
 HRESULT CTalvornAddin::GetIDsOfNames(REFIID riid, LPOLESTR* names, UINT count, LCID, DISPID* ids) {
     if (riid != IID_NULL) {
@@ -124,7 +93,16 @@ HRESULT CTalvornAddin::Invoke(DISPID id, REFIID riid, LCID, WORD, DISPPARAMS* pa
         return DISP_E_MEMBERNOTFOUND;
     }
     try {
-        return RunCallback(id, params, result);
+        // A command shows modal dialogs and message boxes without an owner; meanwhile the host
+        // may disconnect the add-in and release its last reference. Both stay alive until the
+        // callback returns.
+        const ComPtr<CTalvornAddin> self(this);
+        const ComPtr<IDispatch> application = m_application;
+        if (id == kCallbackGetImage) {
+            return LoadImageCallback(*params, result);
+        }
+        RunCommand(id, *params, application.get());
+        return S_OK;
     } catch (...) {
         HRESULT hr = HResultFromCaughtException();
         LogError(L"Ribbon callback %d failed! hr = 0x%08X\n", static_cast<int>(id), hr);
@@ -133,20 +111,31 @@ HRESULT CTalvornAddin::Invoke(DISPID id, REFIID riid, LCID, WORD, DISPPARAMS* pa
     }
 }
 
-HRESULT CTalvornAddin::RunCallback(DISPID id, DISPPARAMS* params, VARIANT* result) {
+void CTalvornAddin::RunCommand(DISPID id, const DISPPARAMS& params, IDispatch* application) {
+    // A click while a command's dialog is open is not a second command.
+    if (m_commandRunning) {
+        LogWarning(L"Ribbon callback %d ignored: a command is still running.\n",
+                   static_cast<int>(id));
+        return;
+    }
+    m_commandRunning = true;
+    struct CommandEnd {
+        bool& running;
+        ~CommandEnd() { running = false; }
+    } commandEnd{m_commandRunning};
+
     NoAttachmentChoice noChoice;
-    CommandContext context{m_hostKind, m_hostMajorVersion, m_application.get(), m_captures,
-                           noChoice};
+    CommandContext context{m_hostKind, m_hostMajorVersion, application, m_captures, noChoice};
     switch (id) {
     case kCallbackArchive:
         OnArchive(context);
-        return S_OK;
+        break;
     case kCallbackAttachment:
         OnAttachment(context, nullptr);
-        return S_OK;
+        break;
     case kCallbackArchiveSingleOutlook:
     case kCallbackAttachmentSingleOutlook: {
-        ComPtr<IDispatch> control = FirstObjectArgument(*params);
+        ComPtr<IDispatch> control = FirstObjectArgument(params);
         ComPtr<IDispatch> window;
         // Without the button's window there is no item to archive: nothing happens.
         if (control &&
@@ -157,22 +146,11 @@ HRESULT CTalvornAddin::RunCallback(DISPID id, DISPPARAMS* params, VARIANT* resul
                 OnAttachmentSingleOutlook(context, window.get());
             }
         }
-        return S_OK;
-    }
-    case kCallbackGetImage: {
-        if (params->cArgs < 1 || !params->rgvarg) {
-            return DISP_E_BADPARAMCOUNT;
-        }
-        Variant name;
-        HRESULT hr = VariantChangeType(&name, &params->rgvarg[params->cArgs - 1], 0, VT_BSTR);
-        if (FAILED(hr)) {
-            return hr;
-        }
-        return LoadRibbonImage(name.bstrVal ? name.bstrVal : L"", result);
+        break;
     }
     default:
         // The settings and info buttons open dialogs that are not part of this build yet.
-        return S_OK;
+        break;
     }
 }
 

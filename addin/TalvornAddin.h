@@ -1,17 +1,17 @@
 // The add-in object an Office host creates by the ProgID "Talvorn.DorvaneAddin". Its first face,
 // IDTExtensibility2, is its identity and carries the host connection; its second face,
 // IRibbonExtensibility, serves the ribbon markup. Both faces' IDispatch receive the ribbon
-// callbacks. It lives on the host's user-interface thread: the reference count is a plain integer.
+// callbacks. It lives on the host's user-interface thread.
 #pragma once
 
 #include <windows.h>
 
 #include <cstdint>
-#include <memory>
 
 #include "addin/OfficeInterfaces.h"
 #include "addin/commands/CaptureRoutines.h"
 #include "addin/commands/HostCaptureRoutines.h"
+#include "common/ComObject.h"
 #include "common/ComPtr.h"
 #include "settings/TDCSettings.h"
 
@@ -19,20 +19,14 @@
 inline constexpr CLSID CLSID_TalvornAddin = {
     0x9BEC1BC7, 0xAFD5, 0x4B83, {0xB6, 0xFF, 0x1A, 0xB8, 0x71, 0x10, 0x15, 0xD9}};
 
-class CTalvornAddin final : public IDTExtensibility2, public IRibbonExtensibility {
+class CTalvornAddin final
+    : public ComObject<CTalvornAddin, LiveCount::Counted,
+                       Implements<IDTExtensibility2, IID_IDTExtensibility2, IID_IDispatch>,
+                       Implements<IRibbonExtensibility, IID_IRibbonExtensibility>> {
 public:
     CTalvornAddin() = default;
-    CTalvornAddin(const CTalvornAddin&) = delete;
-    CTalvornAddin& operator=(const CTalvornAddin&) = delete;
-
-    // IUnknown (shared by both faces)
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) override;
-    ULONG STDMETHODCALLTYPE AddRef() override;
-    ULONG STDMETHODCALLTYPE Release() override;
 
     // IDispatch (shared by both faces): the ribbon callbacks
-    HRESULT STDMETHODCALLTYPE GetTypeInfoCount(UINT* count) override;
-    HRESULT STDMETHODCALLTYPE GetTypeInfo(UINT index, LCID lcid, ITypeInfo** info) override;
     HRESULT STDMETHODCALLTYPE GetIDsOfNames(REFIID riid, LPOLESTR* names, UINT count, LCID lcid,
                                             DISPID* ids) override;
     HRESULT STDMETHODCALLTYPE Invoke(DISPID id, REFIID riid, LCID lcid, WORD flags,
@@ -55,21 +49,20 @@ public:
     int32_t HostMajorVersion() const noexcept { return m_hostMajorVersion; }
 
 private:
-    // Only the final Release (or the class factory, before the first reference) destroys it.
-    friend struct std::default_delete<CTalvornAddin>;
-    ~CTalvornAddin() = default;
+    ~CTalvornAddin() override = default;
 
     HRESULT StartUp();
     // The mode is never stored: ribbon from version 12 (Outlook from 14), command bars below.
     bool UsesCommandBars() const noexcept;
     HRESULT ReadOutlookWindows();
     HRESULT MarkWordTemplateSaved();
-    HRESULT RunCallback(DISPID id, DISPPARAMS* params, VARIANT* result);
+    void RunCommand(DISPID id, const DISPPARAMS& params, IDispatch* application);
 
     ComPtr<IDispatch> m_application;
-    ULONG m_refCount = 0;
     int32_t m_hostKind = 0;
     CTDCSettings m_settings;
     int32_t m_hostMajorVersion = 0;
     CHostCaptureRoutines m_captures;
+    // A command's dialogs are modal but have no owner: the host's ribbon can still be clicked.
+    bool m_commandRunning = false;
 };

@@ -30,8 +30,8 @@ int LoadUiString(UINT id, wchar_t* buffer, int capacity) noexcept {
         return 0;
     }
     buffer[0] = L'\0';
-    // The user-interface language file, once chosen in the settings, is asked first; the string
-    // table answers for every text it lacks.
+    // Every text comes from the module's string table; there is no user-interface language file
+    // to ask first yet.
     return LoadStringW(ModuleInstance(), id, buffer, capacity);
 }
 

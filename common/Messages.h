@@ -1,5 +1,5 @@
-// The German message boxes of the user commands: texts and captions come from the user-interface
-// language file when it has them, else from the module's string table.
+// The German message boxes of the user commands, their texts and captions from the module's string
+// table.
 #pragma once
 
 #include <windows.h>

@@ -4,7 +4,7 @@
 #include <shellapi.h>
 
 #include "common/LogFile.h"
-#include "handoff/StorageTargetText.h"
+#include "settings/StorageTargetText.h"
 #include "settings/TDCSettings.h"
 
 std::wstring BuildConnectorUrl(const CTDCSettings& settings, const HandOffList& list,

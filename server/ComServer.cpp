@@ -1,10 +1,10 @@
 #include "server/ComServer.h"
 
-#include <memory>
-#include <new>
-
 #include "addin/TDConnectorCOM.h"
 #include "addin/TalvornAddin.h"
+#include "common/ComError.h"
+#include "common/ComObject.h"
+#include "common/ServerCounts.h"
 #include "server/ClassFactory.h"
 
 using CTalvornAddinCF = CClassFactory<CTalvornAddin>;
@@ -12,38 +12,17 @@ using CTDConnectorCOMCF = CClassFactory<CTDConnectorCOM>;
 
 namespace {
 
-// Touched only on the apartment's thread: plain integers, not atomics.
-LONG g_liveObjects = 0;
-LONG g_serverLocks = 0;
-
 template <class Factory>
-HRESULT HandOutFactory(REFIID riid, void** ppv) {
-    std::unique_ptr<Factory> factory(new (std::nothrow) Factory());
-    if (!factory) {
-        return E_OUTOFMEMORY;
+HRESULT HandOutFactory(REFIID riid, void** ppv) noexcept {
+    try {
+        // A factory asked for an interface it does not have goes with this reference.
+        return MakeComObject<Factory>()->QueryInterface(riid, ppv);
+    } catch (...) {
+        return HResultFromCaughtException();
     }
-    HRESULT hr = factory->QueryInterface(riid, ppv);
-    if (FAILED(hr)) {
-        *ppv = nullptr;
-        return hr;
-    }
-    factory.release();
-    return hr;
 }
 
 }  // namespace
-
-void ObjectCreated() noexcept { ++g_liveObjects; }
-void ObjectDestroyed() noexcept { --g_liveObjects; }
-LONG LiveObjectCount() noexcept { return g_liveObjects; }
-
-void LockServer(bool lock) noexcept {
-    if (lock) {
-        ++g_serverLocks;
-    } else {
-        --g_serverLocks;
-    }
-}
 
 HRESULT GetServerClassObject(REFCLSID clsid, REFIID riid, void** ppv) noexcept {
     if (!ppv) {
@@ -60,5 +39,5 @@ HRESULT GetServerClassObject(REFCLSID clsid, REFIID riid, void** ppv) noexcept {
 }
 
 HRESULT CanUnloadServer() noexcept {
-    return (g_liveObjects != 0 || g_serverLocks != 0) ? S_FALSE : S_OK;
+    return (LiveObjectCount() != 0 || ServerLockCount() != 0) ? S_FALSE : S_OK;
 }

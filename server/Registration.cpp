@@ -10,7 +10,7 @@
 #include "common/LogFile.h"
 #include "common/Messages.h"
 #include "common/Module.h"
-#include "common/UniqueResource.h"
+#include "common/Registry.h"
 #include "resources/resource.h"
 #include "settings/TDCSettings.h"
 
@@ -36,6 +36,10 @@ constexpr HostKey kHostKeys[] = {
     {L"Word", &SetupChoices::word},
     {L"Outlook", &SetupChoices::outlook},
 };
+
+std::wstring AddinKeyPath(const wchar_t* office, const std::wstring& progId) {
+    return FormatString(L"Software\\Microsoft\\Office\\%s\\Addins\\%s", office, progId.c_str());
+}
 
 bool IsYes(const wchar_t* value) { return lstrcmpiW(value, L"yes") == 0; }
 
@@ -84,11 +88,8 @@ bool LoadClassTexts(UINT progIdText, UINT nameText, REFCLSID clsid, ClassTexts& 
 
 bool SetDefaultValue(const std::wstring& path, const std::wstring& text) {
     UniqueHKey key;
-    return RegCreateKeyExW(HKEY_CLASSES_ROOT, path.c_str(), 0, nullptr, REG_OPTION_NON_VOLATILE,
-                           KEY_ALL_ACCESS, nullptr, key.put(), nullptr) == ERROR_SUCCESS &&
-           RegSetValueExW(key.get(), nullptr, 0, REG_SZ,
-                          reinterpret_cast<const BYTE*>(text.c_str()),
-                          static_cast<DWORD>((text.size() + 1) * sizeof(wchar_t))) == ERROR_SUCCESS;
+    return CreateRegKey(HKEY_CLASSES_ROOT, path.c_str(), key) == ERROR_SUCCESS &&
+           WriteRegText(key.get(), nullptr /* default value */, text.c_str()) == ERROR_SUCCESS;
 }
 
 // The five class entries, in this order; false at the first that cannot be written.
@@ -108,33 +109,24 @@ void ReportAddinKeyFailure(const wchar_t* format, LSTATUS error) {
 
 // A host whose key cannot be written is reported and skipped; the registration goes on.
 void WriteAddinKey(const wchar_t* office, const ClassTexts& texts) {
-    const std::wstring path =
-        FormatString(L"Software\\Microsoft\\Office\\%s\\Addins\\%s", office, texts.progId.c_str());
+    const std::wstring path = AddinKeyPath(office, texts.progId);
     UniqueHKey key;
-    LSTATUS status =
-        RegCreateKeyExW(HKEY_LOCAL_MACHINE, path.c_str(), 0, nullptr, REG_OPTION_NON_VOLATILE,
-                        KEY_ALL_ACCESS, nullptr, key.put(), nullptr);
+    LSTATUS status = CreateRegKey(HKEY_LOCAL_MACHINE, path.c_str(), key);
     if (status != ERROR_SUCCESS) {
         ReportAddinKeyFailure(L"Failed to create registry key error %08X\n", status);
         return;
     }
     const DWORD loadAtStartup = 3;
     const DWORD notCommandLineSafe = 0;
-    const BYTE* name = reinterpret_cast<const BYTE*>(texts.name.c_str());
-    const DWORD nameSize = static_cast<DWORD>((texts.name.size() + 1) * sizeof(wchar_t));
-    if ((status = RegSetValueExW(key.get(), L"LoadBehavior", 0, REG_DWORD,
-                                 reinterpret_cast<const BYTE*>(&loadAtStartup),
-                                 sizeof loadAtStartup)) != ERROR_SUCCESS) {
+    const wchar_t* name = texts.name.c_str();
+    if ((status = WriteRegNumber(key.get(), L"LoadBehavior", loadAtStartup)) != ERROR_SUCCESS) {
         ReportAddinKeyFailure(L"Failed to set LoadBehavior error %08X\n", status);
-    } else if ((status = RegSetValueExW(key.get(), L"CommandLineSafe", 0, REG_DWORD,
-                                        reinterpret_cast<const BYTE*>(&notCommandLineSafe),
-                                        sizeof notCommandLineSafe)) != ERROR_SUCCESS) {
+    } else if ((status = WriteRegNumber(key.get(), L"CommandLineSafe", notCommandLineSafe)) !=
+               ERROR_SUCCESS) {
         ReportAddinKeyFailure(L"Failed to set CommandLineSafe error %08X\n", status);
-    } else if ((status = RegSetValueExW(key.get(), L"FriendlyName", 0, REG_SZ, name, nameSize)) !=
-               ERROR_SUCCESS) {
+    } else if ((status = WriteRegText(key.get(), L"FriendlyName", name)) != ERROR_SUCCESS) {
         ReportAddinKeyFailure(L"Failed to set FriendlyName error %08X\n", status);
-    } else if ((status = RegSetValueExW(key.get(), L"Description", 0, REG_SZ, name, nameSize)) !=
-               ERROR_SUCCESS) {
+    } else if ((status = WriteRegText(key.get(), L"Description", name)) != ERROR_SUCCESS) {
         ReportAddinKeyFailure(L"Failed to set Description error %08X\n", status);
     }
 }
@@ -188,8 +180,8 @@ HRESULT RegisterFromSetupFile() {
 }
 
 void DeleteClass(const ClassTexts& texts) {
-    RegDeleteTreeW(HKEY_CLASSES_ROOT, FormatString(L"CLSID\\%ls", texts.clsid.c_str()).c_str());
-    RegDeleteTreeW(HKEY_CLASSES_ROOT, texts.progId.c_str());
+    DeleteRegTree(HKEY_CLASSES_ROOT, FormatString(L"CLSID\\%ls", texts.clsid.c_str()).c_str());
+    DeleteRegTree(HKEY_CLASSES_ROOT, texts.progId.c_str());
 }
 
 HRESULT UnregisterAll() {
@@ -199,15 +191,12 @@ HRESULT UnregisterAll() {
     }
     DeleteClass(addin);
     for (const HostKey& host : kHostKeys) {
-        RegDeleteTreeW(HKEY_LOCAL_MACHINE,
-                       FormatString(L"Software\\Microsoft\\Office\\%s\\Addins\\%s", host.office,
-                                    addin.progId.c_str())
-                           .c_str());
+        DeleteRegTree(HKEY_LOCAL_MACHINE, AddinKeyPath(host.office, addin.progId).c_str());
     }
     // The stored settings go too, the users' and the machine's.
-    const std::wstring settingsKey = L"Software\\talvorn\\" + addin.progId;
-    RegDeleteTreeW(HKEY_CURRENT_USER, settingsKey.c_str());
-    RegDeleteTreeW(HKEY_LOCAL_MACHINE, settingsKey.c_str());
+    const std::wstring settingsKey = CTDCSettings::MachineKeyPath();
+    DeleteRegTree(HKEY_CURRENT_USER, settingsKey.c_str());
+    DeleteRegTree(HKEY_LOCAL_MACHINE, settingsKey.c_str());
 
     ClassTexts connector;
     if (!LoadClassTexts(IDS_CONNECTOR_PROGID, 0, CLSID_TDConnectorCOM, connector)) {

@@ -5,16 +5,13 @@
 #include "common/LogFile.h"
 #include "common/Messages.h"
 #include "common/Module.h"
-#include "handoff/StorageTargetText.h"
+#include "settings/StorageTargetText.h"
 #include "resources/resource.h"
 #include "settings/TDCSettings.h"
 
 namespace {
 
 constexpr int kTextCapacity = 1024;
-
-// The settings of the open dialog; the dialog is modal and there is at most one at a time.
-const CTDCSettings* g_selectSettings = nullptr;
 
 void SetUiText(HWND dialog, int control, UINT id) {
     wchar_t text[kTextCapacity];
@@ -37,6 +34,10 @@ void CenterOverDesktop(HWND dialog) {
     SetWindowPos(dialog, nullptr, desktop.left + (desktop.right - desktop.left - width) / 2,
                  desktop.top + (desktop.bottom - desktop.top - height) / 2, 0, 0,
                  SWP_NOSIZE | SWP_NOZORDER | SWP_NOACTIVATE);
+}
+
+const CTDCSettings* SettingsOf(HWND dialog) {
+    return reinterpret_cast<const CTDCSettings*>(GetWindowLongPtrW(dialog, DWLP_USER));
 }
 
 void FillTargets(HWND dialog, const CTDCSettings& settings) {
@@ -82,13 +83,14 @@ INT_PTR CALLBACK SelectDialogProc(HWND dialog, UINT message, WPARAM wParam, LPAR
             SetUiText(dialog, IDCANCEL, IDS_BUTTON_CANCEL);
             SetUiText(dialog, IDC_SELECT_LABEL, IDS_SELECT_LABEL);
             CenterOverDesktop(dialog);
-            g_selectSettings = reinterpret_cast<const CTDCSettings*>(lParam);
-            if (!g_selectSettings) {
+            // Kept with the window, not in the module: every open dialog has its own.
+            SetWindowLongPtrW(dialog, DWLP_USER, lParam);
+            if (const CTDCSettings* settings = SettingsOf(dialog)) {
+                FillTargets(dialog, *settings);
+            } else {
                 LogError(L"Fatal error in select dialog! Settings not initialized!\n");
                 EndDialog(dialog, 0);
-                return TRUE;
             }
-            FillTargets(dialog, *g_selectSettings);
             return TRUE;
         case WM_COMMAND:
             switch (LOWORD(wParam)) {
@@ -99,9 +101,6 @@ INT_PTR CALLBACK SelectDialogProc(HWND dialog, UINT message, WPARAM wParam, LPAR
                 EndDialog(dialog, 0);
                 return TRUE;
             }
-            break;
-        case WM_DESTROY:
-            g_selectSettings = nullptr;
             break;
         }
     } catch (...) {

@@ -5,7 +5,7 @@
 #include "common/BoundedFormat.h"
 #include "common/LogFile.h"
 #include "common/Module.h"
-#include "common/UniqueResource.h"
+#include "common/Registry.h"
 
 namespace {
 
@@ -22,42 +22,28 @@ constexpr SettingDescriptor kSettingsTable[] = {
 constexpr DWORD kTextBytes = 2048;
 constexpr DWORD kUserNameCapacity = 2048;
 
-// Reads a string value into a buffer of kTextBytes bytes; the text is terminated even when the
-// registry holds it without its NUL.
-bool QueryText(HKEY key, const wchar_t* name, wchar_t (&text)[kTextBytes / sizeof(wchar_t) + 1]) {
-    DWORD size = kTextBytes;
-    if (RegQueryValueExW(key, name, nullptr, nullptr, reinterpret_cast<BYTE*>(text), &size) !=
-        ERROR_SUCCESS) {
-        return false;
-    }
-    text[size / sizeof(wchar_t)] = L'\0';
-    return true;
+// A text setting is read into kTextBytes bytes and terminated even when the registry holds it
+// without its NUL.
+constexpr size_t kTextCapacity = kTextBytes / sizeof(wchar_t) + 1;
+
+bool QueryText(HKEY key, const wchar_t* name, wchar_t (&text)[kTextCapacity]) {
+    return ReadRegText(key, name, text, kTextCapacity) == ERROR_SUCCESS;
 }
 
 // Reads four bytes whatever the value's registry type: a one-character REG_SZ "1" reads as a
 // number that is not 0, which installations rely on.
 bool QueryNumber(HKEY key, const wchar_t* name, DWORD& number) {
-    DWORD size = sizeof number;
-    number = 0;
-    return RegQueryValueExW(key, name, nullptr, nullptr, reinterpret_cast<BYTE*>(&number), &size) ==
-           ERROR_SUCCESS;
+    return ReadRegNumber(key, name, number) == ERROR_SUCCESS;
 }
 
 LSTATUS WriteValue(HKEY key, const std::wstring& name, const SettingValue& value) {
     switch (value.Kind()) {
     case SettingKind::Dword:
-    case SettingKind::Bool: {
-        DWORD number = value.Number();
-        return RegSetValueExW(key, name.c_str(), 0, REG_DWORD,
-                              reinterpret_cast<const BYTE*>(&number), sizeof number);
-    }
+    case SettingKind::Bool:
+        return WriteRegNumber(key, name.c_str(), value.Number());
     case SettingKind::String:
-    case SettingKind::StorageTarget: {
-        const std::wstring& text = value.TextValue();
-        return RegSetValueExW(key, name.c_str(), 0, REG_SZ,
-                              reinterpret_cast<const BYTE*>(text.c_str()),
-                              static_cast<DWORD>((text.size() + 1) * sizeof(wchar_t)));
-    }
+    case SettingKind::StorageTarget:
+        return WriteRegText(key, name.c_str(), value.TextValue().c_str());
     case SettingKind::None:
         break;
     }
@@ -144,7 +130,7 @@ void CTDCSettings::KeepOrAddMissing(const wchar_t* name, Pass pass) {
 
 void CTDCSettings::LoadStorageTargets(HKEY key, const wchar_t* name, Pass pass) {
     for (int number = 1;; ++number) {
-        wchar_t text[kTextBytes / sizeof(wchar_t) + 1];
+        wchar_t text[kTextCapacity];
         std::wstring valueName = NumberedName(name, number);
         if (!QueryText(key, valueName.c_str(), text)) {
             return;
@@ -166,7 +152,7 @@ void CTDCSettings::LoadFromKey(HKEY key, Pass pass) {
             LoadStorageTargets(key, setting.name, pass);
             break;
         case SettingType::String: {
-            wchar_t text[kTextBytes / sizeof(wchar_t) + 1];
+            wchar_t text[kTextCapacity];
             if (QueryText(key, setting.name, text)) {
                 m_values[setting.name] = SettingValue::String(text);
             } else {
@@ -193,8 +179,7 @@ void CTDCSettings::LoadFromKey(HKEY key, Pass pass) {
 HRESULT CTDCSettings::LoadSettings() {
     const std::wstring machinePath = MachineKeyPath();
     UniqueHKey machine;
-    if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, machinePath.c_str(), 0, KEY_READ, machine.put()) !=
-        ERROR_SUCCESS) {
+    if (OpenRegKey(HKEY_LOCAL_MACHINE, machinePath.c_str(), KEY_READ, machine) != ERROR_SUCCESS) {
         LogError(L"LoadSettings: can not open registry key (%s)!\n", machinePath.c_str());
         return E_ACCESSDENIED;
     }
@@ -206,14 +191,12 @@ HRESULT CTDCSettings::LoadSettings() {
         return E_FAIL;
     }
     UniqueHKey user;
-    if (RegOpenKeyExW(HKEY_CURRENT_USER, userPath.c_str(), 0, KEY_READ, user.put()) !=
-        ERROR_SUCCESS) {
+    if (OpenRegKey(HKEY_CURRENT_USER, userPath.c_str(), KEY_READ, user) != ERROR_SUCCESS) {
         LogInfo(
             L"LoadSettings: can not open registry key (%s) in HKEY_CURRENT_USER try to open it "
             L"in HKEY_LOCAL_MACHINE!\n",
             userPath.c_str());
-        if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, userPath.c_str(), 0, KEY_READ, user.put()) !=
-            ERROR_SUCCESS) {
+        if (OpenRegKey(HKEY_LOCAL_MACHINE, userPath.c_str(), KEY_READ, user) != ERROR_SUCCESS) {
             LogWarning(L"LoadSettings: can not open registry key (%s)!\n", userPath.c_str());
             return S_OK;
         }
@@ -244,9 +227,7 @@ HRESULT CTDCSettings::SaveSettings() {
         return E_FAIL;
     }
     UniqueHKey key;
-    if (RegCreateKeyExW(HKEY_CURRENT_USER, userPath.c_str(), 0, nullptr /* class */,
-                        REG_OPTION_NON_VOLATILE, KEY_ALL_ACCESS, nullptr /* security */, key.put(),
-                        nullptr /* disposition */) != ERROR_SUCCESS) {
+    if (CreateRegKey(HKEY_CURRENT_USER, userPath.c_str(), key) != ERROR_SUCCESS) {
         LogWarning(L"SaveSettings: can not create registry key (%s)!\n", userPath.c_str());
         return E_ACCESSDENIED;
     }
@@ -261,9 +242,7 @@ HRESULT CTDCSettings::SaveSettings() {
 HRESULT CTDCSettings::InitializeSettings() {
     const std::wstring machinePath = MachineKeyPath();
     UniqueHKey key;
-    if (RegCreateKeyExW(HKEY_LOCAL_MACHINE, machinePath.c_str(), 0, nullptr /* class */,
-                        REG_OPTION_NON_VOLATILE, KEY_ALL_ACCESS, nullptr /* security */, key.put(),
-                        nullptr /* disposition */) != ERROR_SUCCESS) {
+    if (CreateRegKey(HKEY_LOCAL_MACHINE, machinePath.c_str(), key) != ERROR_SUCCESS) {
         LogWarning(L"InitializeSettings: can not create registry key (%s)!\n", machinePath.c_str());
         return E_ACCESSDENIED;
     }
@@ -292,13 +271,13 @@ HRESULT CTDCSettings::InitializeSettings() {
 HRESULT CTDCSettings::DeleteParams() {
     const std::wstring userPath = UserKeyPath();
     UniqueHKey key;
-    if (userPath.empty() || RegOpenKeyExW(HKEY_CURRENT_USER, userPath.c_str(), 0, KEY_ALL_ACCESS,
-                                          key.put()) != ERROR_SUCCESS) {
+    if (userPath.empty() ||
+        OpenRegKey(HKEY_CURRENT_USER, userPath.c_str(), KEY_ALL_ACCESS, key) != ERROR_SUCCESS) {
         LogWarning(L"DeleteParams: can not open registry key (%s)!\n", userPath.c_str());
         return E_ACCESSDENIED;
     }
     for (int number = 1;; ++number) {
-        if (RegDeleteValueW(key.get(), NumberedName(L"Params", number).c_str()) != ERROR_SUCCESS) {
+        if (DeleteRegValue(key.get(), NumberedName(L"Params", number).c_str()) != ERROR_SUCCESS) {
             break;
         }
     }
@@ -312,19 +291,15 @@ int CTDCSettings::ReadUserValue(const wchar_t* name, wchar_t* buffer, int capaci
     buffer[0] = L'\0';
     try {
         UniqueHKey key;
-        if (RegOpenKeyExW(HKEY_CURRENT_USER, UserKeyPath().c_str(), 0, KEY_QUERY_VALUE,
-                          key.put()) != ERROR_SUCCESS) {
-            return 0;
-        }
-        DWORD size = static_cast<DWORD>((capacity - 1) * sizeof(wchar_t));
         DWORD type = 0;
-        if (RegQueryValueExW(key.get(), name, nullptr, &type, reinterpret_cast<BYTE*>(buffer),
-                             &size) != ERROR_SUCCESS ||
+        if (OpenRegKey(HKEY_CURRENT_USER, UserKeyPath().c_str(), KEY_QUERY_VALUE, key) !=
+                ERROR_SUCCESS ||
+            ReadRegText(key.get(), name, buffer, static_cast<size_t>(capacity), &type) !=
+                ERROR_SUCCESS ||
             (type != REG_SZ && type != REG_EXPAND_SZ)) {
             buffer[0] = L'\0';
             return 0;
         }
-        buffer[size / sizeof(wchar_t)] = L'\0';
         return static_cast<int>(wcslen(buffer));
     } catch (...) {
         buffer[0] = L'\0';
@@ -338,11 +313,9 @@ void CTDCSettings::WriteUserValue(const wchar_t* name, const wchar_t* text) noex
     }
     try {
         UniqueHKey key;
-        if (RegCreateKeyW(HKEY_CURRENT_USER, UserKeyPath().c_str(), key.put()) != ERROR_SUCCESS) {
-            return;
+        if (CreateRegKey(HKEY_CURRENT_USER, UserKeyPath().c_str(), key) == ERROR_SUCCESS) {
+            WriteRegText(key.get(), name, text);
         }
-        RegSetValueExW(key.get(), name, 0, REG_SZ, reinterpret_cast<const BYTE*>(text),
-                       static_cast<DWORD>((wcslen(text) + 1) * sizeof(wchar_t)));
     } catch (...) {
         // An unsaved choice only costs the preselection next time.
     }

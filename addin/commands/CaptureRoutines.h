@@ -5,21 +5,10 @@
 #include <oaidl.h>
 
 #include <cstdint>
-#include <string>
-#include <vector>
 
+#include "capture/CaptureTypes.h"
 #include "common/PathBuffer.h"
 #include "common/PropertyMap.h"
-
-// Private statuses of the Outlook capture.
-inline constexpr HRESULT kNothingSelected = static_cast<HRESULT>(0x80044302);
-inline constexpr HRESULT kUnsupportedItem = static_cast<HRESULT>(0x80044303);
-
-// One record per attachment: OTL_ATTACHMENT_NAME, _SIZE, _HIDDEN and _KEY; the choice dialog adds
-// OTL_ATTACHMENT_SELECTED to the records the user chose.
-using AttachmentList = std::vector<PropertyMap>;
-// Full paths of saved attachment files, each in its own staging folder.
-using FileList = std::vector<std::wstring>;
 
 class CaptureRoutines {
 public:

@@ -7,13 +7,20 @@
 #include <vector>
 
 #include "addin/OfficeInterfaces.h"
+#include "addin/Ribbon.h"
 #include "addin/TalvornAddin.h"
 #include "common/ComPtr.h"
 #include "common/HostKind.h"
+#include "common/ServerCounts.h"
+#include "common/Variant.h"
 #include "server/ComServer.h"
-#include "support/FakeDispatch.h"
+#include "officesim/FakeDispatch.h"
+#include "support/BuiltModule.h"
+#include "support/ConnectorRecord.h"
+#include "support/FakeOffice.h"
 #include "support/RegistrySandbox.h"
 #include "support/TestFiles.h"
+#include "support/WindowWatcher.h"
 
 namespace {
 
@@ -31,45 +38,6 @@ ComPtr<IDTExtensibility2> CreateAddin() {
         EXPECT_EQ(factory->CreateInstance(nullptr, IID_IDTExtensibility2, addin.put_void()), S_OK);
     }
     return addin;
-}
-
-TEST(AddinObject, TwoFacesOfOneObjectShareOneCountAndTheLastReleaseEndsIt) {
-    IDTExtensibility2* addin = CreateAddin().Detach();
-    ASSERT_NE(addin, nullptr);
-    const LONG live = LiveObjectCount();
-    void* face = nullptr;
-    for (const IID& iid : {IID_IUnknown, IID_IDispatch, IID_IDTExtensibility2}) {
-        ASSERT_EQ(addin->QueryInterface(iid, &face), S_OK);
-        EXPECT_EQ(face, static_cast<void*>(addin));
-        EXPECT_EQ(addin->Release(), 1u);
-    }
-    face = reinterpret_cast<void*>(0x1234);
-    EXPECT_EQ(addin->QueryInterface(IID_IClassFactory, &face), E_NOINTERFACE);
-    EXPECT_EQ(face, nullptr);
-    EXPECT_EQ(addin->QueryInterface(IID_IUnknown, nullptr), E_POINTER);
-    UINT typeInfos = 99;
-    EXPECT_EQ(addin->GetTypeInfoCount(&typeInfos), S_OK);
-    EXPECT_EQ(typeInfos, 0u);
-
-    IRibbonExtensibility* ribbon = nullptr;
-    ASSERT_EQ(addin->QueryInterface(IID_IRibbonExtensibility, reinterpret_cast<void**>(&ribbon)),
-              S_OK);
-    EXPECT_NE(static_cast<void*>(ribbon), static_cast<void*>(addin));
-    // Identity: IUnknown from the ribbon face is the first face; each face finds the other.
-    ASSERT_EQ(ribbon->QueryInterface(IID_IUnknown, &face), S_OK);
-    EXPECT_EQ(face, static_cast<void*>(addin));
-    EXPECT_EQ(addin->Release(), 2u);
-    ASSERT_EQ(ribbon->QueryInterface(IID_IDTExtensibility2, &face), S_OK);
-    EXPECT_EQ(face, static_cast<void*>(addin));
-    EXPECT_EQ(ribbon->Release(), 2u);
-    ASSERT_EQ(addin->QueryInterface(IID_IRibbonExtensibility, &face), S_OK);
-    EXPECT_EQ(face, static_cast<void*>(ribbon));
-    EXPECT_EQ(addin->Release(), 2u);
-
-    EXPECT_EQ(addin->Release(), 1u);
-    EXPECT_EQ(LiveObjectCount(), live);
-    EXPECT_EQ(ribbon->Release(), 0u);
-    EXPECT_EQ(LiveObjectCount(), live - 1);
 }
 
 // --- Connection to a host and the start-up work.
@@ -297,8 +265,91 @@ INSTANTIATE_TEST_SUITE_P(
         return std::string(info.param.name);
     });
 
-// A host started for automation or from the command line calls no OnStartupComplete
-// after the connection, as after its start-up: the add-in starts up at once.
+// --- Ribbon commands and the host's calls while a command's dialog is open.
+
+// An add-in connected to Word whose archive command waits at the storage-target choice, a modal
+// dialog without owner: the host's windows stay live and may call the add-in meanwhile.
+class CommandDialogTest : public testing::Test {
+protected:
+    CommandDialogTest() {
+        m_office.Application()
+            .SetProperty(L"Name", L"Microsoft Word")
+            .SetProperty(L"Version", L"16.0")
+            .SetProperty(L"CommandBars", true);
+        m_registry.SetMachineTargets(
+            {StorageTarget(L"Angebote", L"1", L"1"), StorageTarget(L"Rechnungen", L"2", L"1")});
+        m_registry.SetMachineString(L"Dir", BuiltAddinFolder().c_str());
+        m_startCounts = m_office.RefCounts();
+        m_addin->OnConnection(&m_office.Application(), ext_cm_AfterStartup, nullptr, nullptr);
+    }
+    ~CommandDialogTest() override {
+        if (m_addin) {
+            m_addin->OnDisconnection(ext_dm_HostShutdown, nullptr);
+            m_addin.reset();
+        }
+        EXPECT_EQ(m_office.RefCounts(), m_startCounts);
+    }
+
+    static HRESULT Click(IDispatch* addin, DISPID id, VARIANT* argument = nullptr,
+                         VARIANT* result = nullptr) {
+        DISPPARAMS params{argument, nullptr, argument ? 1u : 0u, 0};
+        return addin->Invoke(id, IID_NULL, LOCALE_USER_DEFAULT, DISPATCH_METHOD, &params, result,
+                             nullptr, nullptr);
+    }
+
+    RegistrySandbox m_registry;
+    FakeOffice m_office{kHostWord};
+    RefCountList m_startCounts;
+    ComPtr<IDTExtensibility2> m_addin = CreateAddin();
+    ConnectorRecord m_connector;
+    WindowWatcher m_watcher;
+};
+
+TEST_F(CommandDialogTest, AHostThatLetsGoOfTheAddinMeanwhileDoesNotEndTheCommand) {
+    IDTExtensibility2* addin = m_addin.get();
+    const LONG live = LiveObjectCount();
+    m_watcher.Expect(L"Dokument ablegen")
+        .Call([&] {
+            EXPECT_EQ(m_addin->OnDisconnection(ext_dm_UserClosed, nullptr), S_OK);
+            m_addin.reset();
+            EXPECT_EQ(LiveObjectCount(), live) << "the command holds the add-in";
+            EXPECT_EQ(m_office.Application().RefCount(), m_startCounts[0].second + 1)
+                << "the command holds the Application";
+        })
+        .Click(IDOK);
+
+    EXPECT_EQ(Click(addin, kCallbackArchive), S_OK);
+
+    m_watcher.Verify();
+    EXPECT_EQ(m_connector.WaitForUrls(1).size(), 1u);
+    EXPECT_EQ(LiveObjectCount(), live - 1);
+}
+
+TEST_F(CommandDialogTest, AClickMeanwhileEndsQuietlyButTheImagesStillLoad) {
+    LogCapture log;
+    Variant picture;
+    m_watcher.Expect(L"Dokument ablegen")
+        .Call([&] {
+            EXPECT_EQ(Click(m_addin.get(), kCallbackArchive), S_OK);
+            Variant image(L"resource.bin");
+            EXPECT_EQ(Click(m_addin.get(), kCallbackGetImage, &image, &picture), S_OK);
+        })
+        .Click(IDOK);
+
+    EXPECT_EQ(Click(m_addin.get(), kCallbackArchive), S_OK);
+
+    m_watcher.Verify();
+    const std::wstring text = log.Text();
+    EXPECT_NE(text.find(L"[WRN] Ribbon callback 1 ignored: a command is still running.\n"),
+              std::wstring::npos)
+        << ToUtf8(text);
+    EXPECT_EQ(text.find(L"OnArchive invoked"), text.rfind(L"OnArchive invoked"));
+    EXPECT_EQ(picture.vt, VT_DISPATCH);
+    EXPECT_EQ(m_connector.WaitForUrls(1).size(), 1u);
+}
+
+// A host started for automation or from the command line calls no OnStartupComplete after the
+// connection, as after its start-up: the add-in starts up at once.
 class ConnectModeTest : public testing::TestWithParam<ext_ConnectMode> {};
 
 TEST_P(ConnectModeTest, OtherThanAtStartUpStartsUpAtOnce) {

@@ -6,7 +6,7 @@
 #include "common/Automation.h"
 #include "common/ComPtr.h"
 #include "common/Variant.h"
-#include "support/FakeDispatch.h"
+#include "officesim/FakeDispatch.h"
 
 namespace {
 

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "handoff/ConnectorLaunch.h"
-#include "handoff/StorageTargetText.h"
+#include "settings/StorageTargetText.h"
 #include "settings/TDCSettings.h"
 #include "support/RegistrySandbox.h"
 #include "support/TestFiles.h"

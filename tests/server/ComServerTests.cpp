@@ -4,15 +4,17 @@
 #include <cstring>
 #include <new>
 #include <string>
+#include <vector>
 
 #include "addin/OfficeInterfaces.h"
 #include "addin/TDConnectorCOM.h"
 #include "addin/TalvornAddin.h"
 #include "common/ComPtr.h"
 #include "common/UniqueResource.h"
+#include "common/ServerCounts.h"
 #include "server/ComServer.h"
 #include "support/BuiltModule.h"
-#include "support/FakeDispatch.h"
+#include "officesim/FakeDispatch.h"
 #include "support/TestFiles.h"
 
 // Blocks `new` hands out less those `delete` takes back, so that a test sees a class factory or
@@ -62,8 +64,9 @@ void* const kGarbage = reinterpret_cast<void*>(0x1234);
 struct ServerClass {
     const char* name;
     CLSID clsid;
-    IID supported;    // an interface the class's objects answer
-    IID unsupported;  // one they refuse
+    std::vector<IID> identity;    // interfaces its objects answer with their identity
+    std::vector<IID> secondFace;  // interfaces they answer with a second face
+    IID unsupported;              // one they refuse
 };
 
 void PrintTo(const ServerClass& serverClass, std::ostream* out) { *out << serverClass.name; }
@@ -94,8 +97,9 @@ TEST_P(ClassFactoryTest, EveryRequestGetsAFactoryOfItsOwnThatItsLastReleaseFrees
 }
 
 TEST_P(ClassFactoryTest, CreateInstanceCountsOnlyObjectsItHandsOutUntilTheirFinalRelease) {
+    const ServerClass& row = GetParam();
     ComPtr<IClassFactory> factory;
-    ASSERT_EQ(GetServerClassObject(GetParam().clsid, IID_IClassFactory, factory.put_void()), S_OK);
+    ASSERT_EQ(GetServerClassObject(row.clsid, IID_IClassFactory, factory.put_void()), S_OK);
     ComPtr<FakeDispatch> outer = FakeDispatch::Create();
     const LONG live = LiveObjectCount();
     const long blocks = g_heapBlocks;
@@ -105,37 +109,66 @@ TEST_P(ClassFactoryTest, CreateInstanceCountsOnlyObjectsItHandsOutUntilTheirFina
     EXPECT_EQ(out, nullptr);
     EXPECT_EQ(outer->RefCount(), 1u);
     out = kGarbage;
-    EXPECT_EQ(factory->CreateInstance(nullptr, GetParam().unsupported, &out), E_NOINTERFACE);
+    EXPECT_EQ(factory->CreateInstance(nullptr, row.unsupported, &out), E_NOINTERFACE);
     EXPECT_EQ(out, nullptr);
-    EXPECT_EQ(factory->CreateInstance(nullptr, GetParam().supported, nullptr), E_POINTER);
+    EXPECT_EQ(factory->CreateInstance(nullptr, IID_IUnknown, nullptr), E_POINTER);
     EXPECT_EQ(LiveObjectCount(), live);
     EXPECT_EQ(g_heapBlocks, blocks) << "a refused object is not freed";
 
     IUnknown* first = nullptr;
     IUnknown* second = nullptr;
     ASSERT_EQ(
-        factory->CreateInstance(nullptr, GetParam().supported, reinterpret_cast<void**>(&first)),
+        factory->CreateInstance(nullptr, row.identity.back(), reinterpret_cast<void**>(&first)),
         S_OK);
     ASSERT_EQ(factory->CreateInstance(nullptr, IID_IUnknown, reinterpret_cast<void**>(&second)),
               S_OK);
     EXPECT_NE(first, second);
-    EXPECT_EQ(first->AddRef(), 2u);
-    EXPECT_EQ(first->Release(), 1u);
     EXPECT_EQ(LiveObjectCount(), live + 2);
-    EXPECT_EQ(first->Release(), 0u);
-    EXPECT_EQ(LiveObjectCount(), live + 1);
     EXPECT_EQ(second->Release(), 0u);
+    EXPECT_EQ(LiveObjectCount(), live + 1);
+
+    // Every face answers IUnknown with the identity, and all faces share one count.
+    for (bool identity : {true, false}) {
+        for (const IID& iid : identity ? row.identity : row.secondFace) {
+            IUnknown* face = nullptr;
+            ASSERT_EQ(first->QueryInterface(iid, reinterpret_cast<void**>(&face)), S_OK);
+            EXPECT_EQ(face == first, identity);
+            void* back = nullptr;
+            ASSERT_EQ(face->QueryInterface(IID_IUnknown, &back), S_OK);
+            EXPECT_EQ(back, first);
+            EXPECT_EQ(first->Release(), 2u);
+            EXPECT_EQ(face->Release(), 1u);
+        }
+    }
+    out = kGarbage;
+    EXPECT_EQ(first->QueryInterface(row.unsupported, &out), E_NOINTERFACE);
+    EXPECT_EQ(out, nullptr);
+    EXPECT_EQ(first->QueryInterface(IID_IUnknown, nullptr), E_POINTER);
+    ComPtr<IDispatch> dispatch;
+    ASSERT_EQ(first->QueryInterface(IID_IDispatch, dispatch.put_void()), S_OK);
+    UINT typeInfos = 99;
+    EXPECT_EQ(dispatch->GetTypeInfoCount(&typeInfos), S_OK);
+    EXPECT_EQ(typeInfos, 0u);
+    dispatch.reset();
+
+    EXPECT_EQ(first->Release(), 0u);
     EXPECT_EQ(LiveObjectCount(), live);
+    EXPECT_EQ(g_heapBlocks, blocks) << "the final Release frees the objects";
 }
 
-INSTANTIATE_TEST_SUITE_P(BothClasses, ClassFactoryTest,
-                         testing::Values(ServerClass{"Addin", CLSID_TalvornAddin,
-                                                     IID_IRibbonExtensibility, IID_IClassFactory},
-                                         ServerClass{"Connector", CLSID_TDConnectorCOM,
-                                                     IID_IDispatch, IID_IRibbonExtensibility}),
-                         [](const testing::TestParamInfo<ServerClass>& info) {
-                             return std::string(info.param.name);
-                         });
+INSTANTIATE_TEST_SUITE_P(
+    BothClasses, ClassFactoryTest,
+    testing::Values(ServerClass{"Addin",
+                                CLSID_TalvornAddin,
+                                {IID_IUnknown, IID_IDispatch, IID_IDTExtensibility2},
+                                {IID_IRibbonExtensibility},
+                                IID_IClassFactory},
+                    ServerClass{"Connector",
+                                CLSID_TDConnectorCOM,
+                                {IID_IUnknown, IID_IDispatch},
+                                {},
+                                IID_IRibbonExtensibility}),
+    [](const testing::TestParamInfo<ServerClass>& info) { return std::string(info.param.name); });
 
 // --- The built DLL, loaded as COM loads it: its exports and its imports.
 

@@ -10,6 +10,7 @@
 #include <string>
 
 #include "common/LogFile.h"
+#include "officesim/FakeDispatch.h"
 #include "support/RegistrySandbox.h"
 #include "support/TestFiles.h"
 
@@ -61,6 +62,7 @@ std::wstring UsePrivateTempDirectory() {
 
 int main(int argc, char** argv) {
     testing::InitGoogleTest(&argc, argv);
+    FakeDispatch::ReportMisuseTo([](const std::string& message) { ADD_FAILURE() << message; });
     std::wstring temp = UsePrivateTempDirectory();
     UsePrivateRegistry();
     testing::UnitTest::GetInstance()->listeners().Append(new WatchdogListener);

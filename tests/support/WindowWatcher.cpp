@@ -11,6 +11,8 @@
 
 namespace {
 
+constexpr UINT kRunCall = WM_APP;
+constexpr wchar_t kCallWindowClass[] = L"TalvornWindowWatcherCalls";
 WindowWatcher* g_activeWatcher = nullptr;
 using MessageBoxWFunction = int(WINAPI*)(HWND, LPCWSTR, LPCWSTR, UINT);
 MessageBoxWFunction g_realMessageBoxW = nullptr;
@@ -130,6 +132,26 @@ WindowWatcher::Expectation& WindowWatcher::Expectation::Add(int id,
     return *this;
 }
 
+WindowWatcher::Expectation& WindowWatcher::Expectation::Call(std::function<void()> action) {
+    m_watcher.m_plans[m_index].calls.push_back(m_watcher.m_calls.size());
+    m_watcher.m_calls.push_back(std::move(action));
+    return *this;
+}
+
+LRESULT CALLBACK WindowWatcher::RunCall(HWND hwnd, UINT message, WPARAM wParam, LPARAM lParam) {
+    if (message != kRunCall || !g_activeWatcher) {
+        return DefWindowProcW(hwnd, message, wParam, lParam);
+    }
+    // A copy: the call may add expectations of its own.
+    std::function<void()> action = g_activeWatcher->m_calls.at(wParam);
+    try {
+        action();
+    } catch (...) {
+        ADD_FAILURE() << "WindowWatcher: a call threw";
+    }
+    return 0;
+}
+
 WindowWatcher::WindowWatcher() {
     if (g_activeWatcher) {
         throw std::logic_error("WindowWatcher: only one watcher at a time");
@@ -138,6 +160,13 @@ WindowWatcher::WindowWatcher() {
     if (!m_hook) {
         throw std::runtime_error("WindowWatcher: cannot hook the thread's windows");
     }
+    WNDCLASSW windowClass{};
+    windowClass.lpfnWndProc = RunCall;
+    windowClass.hInstance = GetModuleHandleW(nullptr);
+    windowClass.lpszClassName = kCallWindowClass;
+    RegisterClassW(&windowClass);  // fails harmlessly when an earlier watcher registered it
+    m_callWindow = CreateWindowExW(0, kCallWindowClass, L"", 0, 0, 0, 0, 0, HWND_MESSAGE, nullptr,
+                                   windowClass.hInstance, nullptr);
     g_activeWatcher = this;
     if ((m_messageBoxSlot = MessageBoxImportSlot())) {
         g_realMessageBoxW = reinterpret_cast<MessageBoxWFunction>(*m_messageBoxSlot);
@@ -150,6 +179,7 @@ WindowWatcher::~WindowWatcher() {
         WriteSlot(m_messageBoxSlot, reinterpret_cast<void*>(g_realMessageBoxW));
     }
     UnhookWindowsHookEx(m_hook);
+    DestroyWindow(m_callWindow);
     g_activeWatcher = nullptr;
 }
 
@@ -179,7 +209,7 @@ LRESULT CALLBACK WindowWatcher::OnWindowMessage(int code, WPARAM wParam, LPARAM 
 }
 
 WindowWatcher::Expectation WindowWatcher::Expect(const std::wstring& caption) {
-    m_plans.push_back(Plan{caption, {}, false});
+    m_plans.push_back(Plan{caption, {}, {}, false});
     return Expectation(*this, m_plans.size() - 1);
 }
 
@@ -207,6 +237,9 @@ void WindowWatcher::Answer(HWND dialog) {
         ADD_FAILURE() << "unexpected window " << record;
     }
     // Posted: the dialog's modal loop handles them in this order once it runs.
+    for (size_t call : plan != m_plans.end() ? plan->calls : std::vector<size_t>()) {
+        PostMessageW(m_callWindow, kRunCall, call, 0);
+    }
     bool clicked = false;
     for (const Action& action : plan != m_plans.end() ? plan->actions : std::vector<Action>()) {
         const Control* control = record.FindControl(action.id);

@@ -1,8 +1,9 @@
 // Answers the dialogs and message boxes that the code under test shows on the test's thread. A
 // window hook notes each dialog window (class "#32770") as it is shown, with its visible
 // controls, and posts the answer the test gave beforehand, which the dialog's modal loop then
-// handles; a window nobody expected fails the test and is cancelled. (A window that stays open
-// all the same is the test main's watchdog's to report.)
+// handles, after having a piece of the test run in that loop if asked; a window nobody expected
+// fails the test and is cancelled. (A window that stays open all the same is the test main's
+// watchdog's to report.)
 //
 // Wine draws message boxes without regard to MB_TOPMOST and the icon flags, so while a watcher
 // lives the test program's own MessageBoxW calls are noted (through its import table) and each
@@ -16,6 +17,7 @@
 
 #include <windows.h>
 
+#include <functional>
 #include <iosfwd>
 #include <optional>
 #include <string>
@@ -48,6 +50,9 @@ public:
         Expectation& SelectInCombo(int comboId, const std::wstring& text) {
             return Add(comboId, text);
         }
+        // Runs `action` from inside the window's modal loop (where a host's own windows call the
+        // add-in while its dialog is open), before the window is answered.
+        Expectation& Call(std::function<void()> action);
 
     private:
         friend class WindowWatcher;
@@ -77,6 +82,7 @@ private:
     struct Plan {
         std::wstring caption;
         std::vector<Action> actions;
+        std::vector<size_t> calls;  // indexes into m_calls
         bool used;
     };
     struct BoxCall {
@@ -86,6 +92,7 @@ private:
     };
 
     static LRESULT CALLBACK OnWindowMessage(int code, WPARAM wParam, LPARAM lParam);
+    static LRESULT CALLBACK RunCall(HWND hwnd, UINT message, WPARAM wParam, LPARAM lParam);
     static int WINAPI NotingMessageBoxW(HWND owner, LPCWSTR text, LPCWSTR caption, UINT type);
     void Answer(HWND dialog);
 
@@ -93,6 +100,8 @@ private:
     std::vector<Window> m_seen;
     std::vector<BoxCall> m_boxCalls;  // MessageBoxW calls whose window has not been seen yet
     std::vector<HWND> m_shown;        // dialogs seen and not destroyed yet
+    std::vector<std::function<void()>> m_calls;
+    HWND m_callWindow = nullptr;  // a message-only window: posted to, it runs one of the calls
     HHOOK m_hook = nullptr;
     void** m_messageBoxSlot = nullptr;
 };

@@ -11,33 +11,36 @@
 #include <objbase.h>
 #include <olectl.h>
 
+#include <cstdint>
 #include <cstdio>
+#include <memory>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "addin/OfficeInterfaces.h"
 #include "common/BStr.h"
 #include "common/ComPtr.h"
+#include "common/HostKind.h"
 #include "common/UniqueResource.h"
 #include "common/Variant.h"
-#include "tools/hostsim/AutomationObject.h"
+#include "officesim/FakeDispatch.h"
+#include "officesim/FakeOfficeHost.h"
 
 namespace {
 
 struct HostProfile {
     const wchar_t* option;
     const wchar_t* applicationName;
-    const wchar_t* activeObject;
+    int32_t kind;
     const wchar_t* ribbonId;
-    bool saveCopyAs;
 };
 
 constexpr HostProfile kHosts[] = {
-    {L"word", L"Microsoft Word", L"ActiveDocument", L"Microsoft.Word.Document", false},
-    {L"excel", L"Microsoft Excel", L"ActiveWorkbook", L"Microsoft.Excel.Workbook", true},
-    {L"powerpoint", L"Microsoft PowerPoint", L"ActivePresentation",
-     L"Microsoft.PowerPoint.Presentation", true},
-    {L"outlook", L"Outlook", nullptr, L"Microsoft.Outlook.Explorer", false},
+    {L"word", L"Microsoft Word", kHostWord, L"Microsoft.Word.Document"},
+    {L"excel", L"Microsoft Excel", kHostExcel, L"Microsoft.Excel.Workbook"},
+    {L"powerpoint", L"Microsoft PowerPoint", kHostPowerPoint, L"Microsoft.PowerPoint.Presentation"},
+    {L"outlook", L"Outlook", kHostOutlook, L"Microsoft.Outlook.Explorer"},
 };
 
 struct Options {
@@ -105,133 +108,63 @@ std::wstring ExecutableBaseName() {
     return name.substr(0, name.rfind(L'.'));
 }
 
-DATE ToVariantTime(const FILETIME& utc) {
+Variant FileDate(const FILETIME& utc) {
     FILETIME local;
     SYSTEMTIME time;
-    DATE date = 0;
+    Variant date;
+    date.vt = VT_DATE;
     if (FileTimeToLocalFileTime(&utc, &local) && FileTimeToSystemTime(&local, &time)) {
-        SystemTimeToVariantTime(&time, &date);
+        SystemTimeToVariantTime(&time, &date.date);
     }
     return date;
 }
 
-Variant DateValue(DATE date) {
-    Variant value;
-    value.vt = VT_DATE;
-    value.date = date;
-    return value;
-}
-
-// A DocumentProperties collection: Count and Item(i), each item with Name and Value.
-ComPtr<AutomationObject> PropertyCollection(std::vector<ComPtr<AutomationObject>> items) {
-    ComPtr<AutomationObject> collection = AutomationObject::Create();
-    collection->Property(L"Count", Variant(static_cast<int32_t>(items.size())));
-    collection->Member(L"Item", [items](const AutomationObject::Args& args, VARIANT* result) {
-        Variant index;
-        if (args.empty() || FAILED(VariantChangeType(&index, args[0], 0, VT_I4)) ||
-            index.lVal < 1 || static_cast<size_t>(index.lVal) > items.size()) {
-            return DISP_E_BADINDEX;
-        }
-        VariantClear(result);
-        result->vt = VT_DISPATCH;
-        result->pdispVal = items[static_cast<size_t>(index.lVal - 1)].get();
-        result->pdispVal->AddRef();
-        return S_OK;
-    });
-    return collection;
-}
-
-ComPtr<AutomationObject> DocumentProperty(const wchar_t* name, Variant value) {
-    ComPtr<AutomationObject> property = AutomationObject::Create();
-    property->Property(L"Name", Variant(name));
-    property->Property(L"Value", std::move(value));
-    return property;
-}
-
-// The document object: a real file on disk that Save, SaveAs and SaveCopyAs write the way Office
-// does (SaveAs moves the document to its new file, SaveCopyAs leaves it where it is).
-ComPtr<AutomationObject> Document(const Options& options) {
+// The host's object model over the user's document, a real file that Save, SaveAs and SaveCopyAs
+// write the way Office does (SaveAs moves the document to its new file, SaveCopyAs leaves it where
+// it is).
+std::unique_ptr<FakeOfficeHost> Office(const Options& options) {
     const std::wstring source = options.document;
-    const size_t slash = source.rfind(L'\\');
-    const std::wstring folder = slash == std::wstring::npos ? L"" : source.substr(0, slash);
-    std::wstring name = slash == std::wstring::npos ? source : source.substr(slash + 1);
-    const std::wstring title = name.substr(0, name.rfind(L'.'));
-    if (options.newDocument) {
-        name = L"Dokument1";
-    }
-
-    ComPtr<AutomationObject> document = AutomationObject::Create();
-    AutomationObject* self = document.get();
-    document->Property(L"Path", Variant(options.newDocument ? L"" : folder.c_str()))
-        .Property(L"Name", Variant(name.c_str()))
-        .Property(L"FullName", Variant(options.newDocument ? name.c_str() : source.c_str()))
-        .Property(L"ReadOnly", Variant(options.readOnly))
-        .Property(L"Saved", Variant(false));
-    document->Member(L"Save", [](const AutomationObject::Args&, VARIANT*) { return S_OK; });
-    document->Member(L"SaveAs", [self, source](const AutomationObject::Args& args, VARIANT*) {
-        Variant file;
-        if (args.empty() || FAILED(VariantChangeType(&file, args[0], 0, VT_BSTR)) ||
-            !CopyFileW(source.c_str(), file.bstrVal, FALSE)) {
-            return E_FAIL;
-        }
-        std::wstring path(file.bstrVal);
-        const size_t cut = path.rfind(L'\\');
-        self->Property(L"FullName", Variant(path.c_str()))
-            .Property(L"Path", Variant(path.substr(0, cut).c_str()))
-            .Property(L"Name", Variant(path.substr(cut + 1).c_str()));
-        return S_OK;
-    });
-    document->Member(L"SaveCopyAs", [source](const AutomationObject::Args& args, VARIANT*) {
-        Variant file;
-        if (args.empty() || FAILED(VariantChangeType(&file, args[0], 0, VT_BSTR))) {
-            return E_INVALIDARG;
-        }
-        return CopyFileW(source.c_str(), file.bstrVal, FALSE) ? S_OK : E_FAIL;
-    });
-
-    std::vector<ComPtr<AutomationObject>> custom;
-    for (const auto& [propertyName, value] : options.properties) {
-        custom.push_back(DocumentProperty(propertyName.c_str(), Variant(value.c_str())));
-    }
+    auto office = std::make_unique<FakeOfficeHost>(options.host->kind, ReadBytes(source));
+    // Read before the document is opened, which writes its file.
     WIN32_FILE_ATTRIBUTE_DATA info{};
     GetFileAttributesExW(source.c_str(), GetFileExInfoStandard, &info);
+    if (!options.newDocument) {
+        office->OpenFrom(source, options.readOnly);
+    }
+
+    for (const auto& [propertyName, value] : options.properties) {
+        office->CustomProperties().Add(propertyName, Variant(value.c_str()));
+    }
+    const std::wstring name = source.substr(source.rfind(L'\\') + 1);
     wchar_t user[256] = L"";
     DWORD userLength = 256;
     GetUserNameW(user, &userLength);
-    std::vector<ComPtr<AutomationObject>> builtIn = {
-        DocumentProperty(L"Title", Variant(title.c_str())),
-        DocumentProperty(L"Author", Variant(user)),
-        DocumentProperty(L"Creation date", DateValue(ToVariantTime(info.ftCreationTime))),
-        DocumentProperty(L"Last save time", DateValue(ToVariantTime(info.ftLastWriteTime))),
-        DocumentProperty(L"Number of pages", Variant(int32_t{1})),
+    office->BuiltInProperties()
+        .Add(L"Title", Variant(name.substr(0, name.rfind(L'.')).c_str()))
+        .Add(L"Author", Variant(user))
+        .Add(L"Creation date", FileDate(info.ftCreationTime))
+        .Add(L"Last save time", FileDate(info.ftLastWriteTime))
+        .Add(L"Number of pages", Variant(int32_t{1}))
         // Office keeps properties it does not know the value of as empty; they are not archived.
-        DocumentProperty(L"Last print date", Variant()),
-        DocumentProperty(L"Template", Variant(L"Normal.dotm")),
-    };
-    document->Property(L"CustomDocumentProperties",
-                       Variant(static_cast<IDispatch*>(PropertyCollection(custom).get())));
-    document->Property(L"BuiltInDocumentProperties",
-                       Variant(static_cast<IDispatch*>(PropertyCollection(builtIn).get())));
-    return document;
+        .Add(L"Last print date", Variant())
+        .Add(L"Template", Variant(L"Normal.dotm"));
+    return office;
 }
 
-ComPtr<AutomationObject> Application(const Options& options, AutomationObject* document) {
-    ComPtr<AutomationObject> application = AutomationObject::Create();
-    application->Property(L"Name", Variant(options.host->applicationName))
-        .Property(L"Version", Variant(options.version.c_str()))
-        .Property(L"CommandBars",
-                  Variant(static_cast<IDispatch*>(AutomationObject::Create().get())));
-    if (lstrcmpW(options.host->option, L"word") == 0) {
+// The Application: the document host's, or a bare one for Outlook.
+ComPtr<FakeDispatch> Application(const Options& options, FakeOfficeHost* office) {
+    ComPtr<FakeDispatch> application =
+        office ? ComPtr<FakeDispatch>(&office->Application()) : FakeDispatch::Create();
+    ComPtr<FakeDispatch> commandBars = FakeDispatch::Create();
+    application->SetProperty(L"Name", options.host->applicationName)
+        .SetProperty(L"Version", options.version.c_str())
+        .SetProperty(L"CommandBars", static_cast<IDispatch*>(commandBars.get()));
+    if (options.host->kind == kHostWord) {
         // The template that receives customisations; the add-in marks it saved in command-bar mode.
-        ComPtr<AutomationObject> normalTemplate = AutomationObject::Create();
-        normalTemplate->Property(L"Name", Variant(L"Normal.dotm"))
-            .Property(L"Saved", Variant(true));
-        application->Property(L"CustomizationContext",
-                              Variant(static_cast<IDispatch*>(normalTemplate.get())));
-    }
-    if (document && options.host->activeObject) {
-        application->Property(options.host->activeObject,
-                              Variant(static_cast<IDispatch*>(document)));
+        ComPtr<FakeDispatch> normalTemplate = FakeDispatch::Create();
+        normalTemplate->SetProperty(L"Name", L"Normal.dotm").SetProperty(L"Saved", true);
+        application->SetProperty(L"CustomizationContext",
+                                 static_cast<IDispatch*>(normalTemplate.get()));
     }
     return application;
 }
@@ -275,7 +208,7 @@ bool ParseOptions(int argc, wchar_t** argv, Options& options) {
             return false;
         }
     }
-    return !options.document.empty() || options.host->activeObject == nullptr;
+    return !options.document.empty() || options.host->kind == kHostOutlook;
 }
 
 // The connector is started asynchronously by the shell; its record shows up shortly after.
@@ -336,11 +269,11 @@ int Run(const Options& options) {
     const std::wstring record = TempPath() + L"connector_urls.txt";
     const size_t recordStart = ReadBytes(record).size();
 
-    ComPtr<AutomationObject> document;
-    if (options.host->activeObject) {
-        document = Document(options);
+    std::unique_ptr<FakeOfficeHost> office;
+    if (options.host->kind != kHostOutlook) {
+        office = Office(options);
     }
-    ComPtr<AutomationObject> application = Application(options, document.get());
+    ComPtr<FakeDispatch> application = Application(options, office.get());
     const ULONG applicationRefs = application->RefCount();
     Print(L"== " + std::wstring(options.host->applicationName) + L" " + options.version +
           L", simulated ==\n");
@@ -388,9 +321,9 @@ int Run(const Options& options) {
     hr = callbacks->GetIDsOfNames(IID_NULL, &name, 1, LOCALE_USER_DEFAULT, &id);
     if (SUCCEEDED(hr)) {
         // The ribbon passes its control; the control's Context is the window of the button.
-        ComPtr<AutomationObject> control = AutomationObject::Create();
-        control->Property(L"Id", Variant(L"TLPMBTDX2_0001"));
-        control->Property(L"Context", Variant(static_cast<IDispatch*>(application.get())));
+        ComPtr<FakeDispatch> control = FakeDispatch::Create();
+        control->SetProperty(L"Id", L"TLPMBTDX2_0001")
+            .SetProperty(L"Context", static_cast<IDispatch*>(application.get()));
         Variant argument(static_cast<IDispatch*>(control.get()));
         DISPPARAMS params{&argument, nullptr, 1, 0};
         hr = callbacks->Invoke(id, IID_NULL, LOCALE_USER_DEFAULT, DISPATCH_METHOD, &params, nullptr,
@@ -434,8 +367,8 @@ int wmain(int argc, wchar_t** argv) {
     int result = 1;
     try {
         result = Run(options);
-    } catch (...) {
-        Print(L"out of memory\n");
+    } catch (const std::exception& error) {
+        std::printf("hostsim: %s\n", error.what());
     }
     CoFreeUnusedLibraries();
     CoUninitialize();

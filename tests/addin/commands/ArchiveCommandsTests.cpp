@@ -13,7 +13,7 @@
 #include "resources/resource.h"
 #include "support/ConnectorRecord.h"
 #include "support/FakeCaptures.h"
-#include "support/FakeDispatch.h"
+#include "officesim/FakeDispatch.h"
 #include "support/RegistrySandbox.h"
 #include "support/TestFiles.h"
 #include "support/WindowWatcher.h"

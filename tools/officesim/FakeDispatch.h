@@ -1,8 +1,9 @@
-// A test double for the late-bound automation objects the add-in talks to (the host's
-// Application, its documents, items and collections). It is not a model of any real host: it
-// answers IDispatch the way a type-library-driven automation server does (names resolved without
-// regard to case, the dispatch kind checked, arguments taken last to first), and a test scripts
-// its members, watches every call, injects failures and checks the reference count.
+// A scriptable stand-in for the late-bound automation objects the add-in talks to (the host's
+// Application, its documents, items and collections), used by the tests and by the simulated
+// host. It is not a model of any real host: it answers IDispatch the way a type-library-driven
+// automation server does (names resolved without regard to case, the dispatch kind checked,
+// arguments taken last to first), and its user scripts its members, watches every call, injects
+// failures and checks the reference count.
 //
 // Single-threaded like the hosts' apartments: plain integer reference counts, no locking.
 #pragma once
@@ -16,10 +17,12 @@
 #include <string>
 #include <vector>
 
+#include "common/ComObject.h"
 #include "common/ComPtr.h"
 #include "common/Variant.h"
 
-class FakeDispatch final : public IDispatch {
+class FakeDispatch final
+    : public ComObject<FakeDispatch, LiveCount::NotCounted, Implements<IDispatch, IID_IDispatch>> {
 public:
     // Arguments of one call in their natural order (the first argument first), deep copies.
     using Args = std::vector<Variant>;
@@ -45,6 +48,11 @@ public:
 
     // A new object with one reference, owned by the returned pointer.
     static ComPtr<FakeDispatch> Create();
+
+    // Where misuse of a fake goes: a call or a Release after the final Release, a member handler
+    // that threw. The tests make it a test failure; by default it is written to standard error.
+    using MisuseReport = void (*)(const std::string& message);
+    static void ReportMisuseTo(MisuseReport report) noexcept;
 
     // --- Members. Defining a name again replaces its behaviour and keeps its DISPID, its call
     // counter and its injected failures.
@@ -88,16 +96,14 @@ public:
     // The stored value of a property defined with SetProperty (VT_EMPTY for anything else).
     const VARIANT& Value(const std::wstring& name) const;
     // The final Release lets go of everything the object holds (values, handlers, recorded
-    // arguments) at once; a Release or a call after it is reported as a test failure.
-    ULONG RefCount() const noexcept { return m_refs; }
+    // arguments) at once; a Release or a call after it is reported as misuse.
+    using ComObject::RefCount;
 
-    // --- IUnknown and IDispatch.
+    // --- IUnknown and IDispatch. There is no type information: everything goes through names,
+    // as the add-in's late binding expects.
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** object) noexcept override;
     ULONG STDMETHODCALLTYPE AddRef() noexcept override;
     ULONG STDMETHODCALLTYPE Release() noexcept override;
-    HRESULT STDMETHODCALLTYPE GetTypeInfoCount(UINT* count) noexcept override;
-    HRESULT STDMETHODCALLTYPE GetTypeInfo(UINT index, LCID lcid,
-                                          ITypeInfo** info) noexcept override;
     HRESULT STDMETHODCALLTYPE GetIDsOfNames(REFIID riid, LPOLESTR* names, UINT count, LCID lcid,
                                             DISPID* ids) noexcept override;
     HRESULT STDMETHODCALLTYPE Invoke(DISPID id, REFIID riid, LCID lcid, WORD flags,
@@ -124,8 +130,11 @@ private:
         std::vector<Fault> faults;
     };
 
-    FakeDispatch() = default;
-    ~FakeDispatch() = default;
+    friend ComObject;
+    ~FakeDispatch() override = default;
+    // Keeps the object's memory, so that a call too many is reported rather than touching freed
+    // memory.
+    void FinalRelease() noexcept;
 
     bool ReportIfReleased(const char* method) const;
     Member& Define(const std::wstring& name, MemberKind kind);
@@ -134,7 +143,6 @@ private:
                      VARIANT* result);
     static std::wstring Key(const std::wstring& name);
 
-    ULONG m_refs = 1;
     bool m_released = false;
     DISPID m_nextId = 1;
     // Keyed by the upper-case name: the hosts resolve names without regard to case.

@@ -1,16 +1,32 @@
-#include "support/FakeDispatch.h"
+#include "officesim/FakeDispatch.h"
 
-#include <gtest/gtest.h>
+#include <windows.h>
 
 #include <algorithm>
 #include <cstdint>
+#include <cstdio>
 #include <stdexcept>
 #include <utility>
 
 #include "common/ComError.h"
-#include "support/TestFiles.h"
 
 namespace {
+
+void WriteToStandardError(const std::string& message) {
+    std::fprintf(stderr, "%s\n", message.c_str());
+    std::fflush(stderr);
+}
+
+FakeDispatch::MisuseReport g_reportMisuse = WriteToStandardError;
+
+std::string Utf8(const std::wstring& text) {
+    const int size = static_cast<int>(text.size());
+    const int bytes =
+        WideCharToMultiByte(CP_UTF8, 0, text.c_str(), size, nullptr, 0, nullptr, nullptr);
+    std::string utf8(static_cast<size_t>(bytes > 0 ? bytes : 0), '\0');
+    WideCharToMultiByte(CP_UTF8, 0, text.c_str(), size, utf8.data(), bytes, nullptr, nullptr);
+    return utf8;
+}
 
 // Deep copies that read through VT_BYREF, as a server reads its arguments.
 Variant CopyOf(const VARIANT& source) {
@@ -46,11 +62,10 @@ void FillException(EXCEPINFO* excep, HRESULT hr, FakeDispatch::FaultStyle style)
 
 }  // namespace
 
-ComPtr<FakeDispatch> FakeDispatch::Create() {
-    ComPtr<FakeDispatch> object;
-    // Owned by its reference count from here on, and never freed; see Release.
-    object.Attach(new FakeDispatch);
-    return object;
+ComPtr<FakeDispatch> FakeDispatch::Create() { return MakeComObject<FakeDispatch>(); }
+
+void FakeDispatch::ReportMisuseTo(MisuseReport report) noexcept {
+    g_reportMisuse = report ? report : WriteToStandardError;
 }
 
 std::wstring FakeDispatch::Key(const std::wstring& name) {
@@ -77,7 +92,7 @@ FakeDispatch::Member& FakeDispatch::Define(const std::wstring& name, MemberKind 
 FakeDispatch::Member& FakeDispatch::Existing(const std::wstring& name) {
     auto it = m_members.find(Key(name));
     if (it == m_members.end()) {
-        throw std::logic_error("FakeDispatch: define member " + ToUtf8(name) +
+        throw std::logic_error("FakeDispatch: define member " + Utf8(name) +
                                " before injecting failures into it");
     }
     return it->second;
@@ -149,60 +164,33 @@ const VARIANT& FakeDispatch::Value(const std::wstring& name) const {
 
 bool FakeDispatch::ReportIfReleased(const char* method) const {
     if (m_released) {
-        ADD_FAILURE() << "FakeDispatch::" << method << " on an object after its final Release";
+        g_reportMisuse(std::string("FakeDispatch::") + method +
+                       " on an object after its final Release");
     }
     return m_released;
 }
 
 HRESULT FakeDispatch::QueryInterface(REFIID riid, void** object) noexcept {
-    if (ReportIfReleased("QueryInterface")) {
-        return E_UNEXPECTED;
-    }
-    if (!object) {
-        return E_POINTER;
-    }
-    if (riid == IID_IUnknown || riid == IID_IDispatch) {
-        *object = static_cast<IDispatch*>(this);
-        AddRef();
-        return S_OK;
-    }
-    *object = nullptr;
-    return E_NOINTERFACE;
+    return ReportIfReleased("QueryInterface") ? E_UNEXPECTED
+                                              : ComObject::QueryInterface(riid, object);
 }
 
-ULONG FakeDispatch::AddRef() noexcept { return ReportIfReleased("AddRef") ? 0 : ++m_refs; }
+ULONG FakeDispatch::AddRef() noexcept {
+    return ReportIfReleased("AddRef") ? 0 : ComObject::AddRef();
+}
 
 ULONG FakeDispatch::Release() noexcept {
-    if (ReportIfReleased("Release")) {
-        return 0;
-    }
-    if (--m_refs > 0) {
-        return m_refs;
-    }
-    // What it holds goes; the object itself stays, so that a call too many is reported rather
-    // than touching freed memory. Moved out first: releasing a held object may call back.
+    return ReportIfReleased("Release") ? 0 : ComObject::Release();
+}
+
+void FakeDispatch::FinalRelease() noexcept {
+    // What it holds goes; the object itself stays. Moved out first: releasing a held object may
+    // call back.
     m_released = true;
     auto members = std::move(m_members);
     auto calls = std::move(m_calls);
     m_members.clear();
     m_calls.clear();
-    return 0;
-}
-
-HRESULT FakeDispatch::GetTypeInfoCount(UINT* count) noexcept {
-    if (!count) {
-        return E_POINTER;
-    }
-    // No type library: everything goes through names, as the add-in's late binding expects.
-    *count = 0;
-    return S_OK;
-}
-
-HRESULT FakeDispatch::GetTypeInfo(UINT, LCID, ITypeInfo** info) noexcept {
-    if (info) {
-        *info = nullptr;
-    }
-    return DISP_E_BADINDEX;
 }
 
 HRESULT FakeDispatch::GetIDsOfNames(REFIID, LPOLESTR* names, UINT count, LCID, DISPID* ids) noexcept
@@ -290,7 +278,7 @@ HRESULT FakeDispatch::Invoke(DISPID id, REFIID, LCID, WORD flags, DISPPARAMS* pa
     }
     return Dispatch(member, kind, args, putValue, result);
 } catch (...) {
-    ADD_FAILURE() << "FakeDispatch: a member handler or the call record threw";
+    g_reportMisuse("FakeDispatch: a member handler or the call record threw");
     return HResultFromCaughtException();
 }
 

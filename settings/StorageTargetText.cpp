@@ -1,4 +1,4 @@
-#include "handoff/StorageTargetText.h"
+#include "settings/StorageTargetText.h"
 
 #include <cwchar>
 
