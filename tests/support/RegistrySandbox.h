@@ -14,8 +14,8 @@
 
 #include "common/UniqueResource.h"
 
+// The test main's, before and after the tests; the second deletes the process's roots.
 void UsePrivateRegistry();
-// Maps the keys back and deletes the process's roots.
 void DropPrivateRegistry();
 
 // Maps HKEY_CLASSES_ROOT to an empty key of its own for the life of the object: classes written
