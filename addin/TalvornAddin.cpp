@@ -183,28 +183,22 @@ HRESULT CTalvornAddin::StartUp() {
         LogError(L"Failed to load settings!\n");
         return hr;
     }
-    Variant name;
-    hr = GetPropertyNoThrow(m_application.get(), L"Name", &name);
-    if (SUCCEEDED(hr)) {
-        hr = VariantChangeType(&name, &name, 0, VT_BSTR);
-    }
+    BStr name;
+    hr = GetTextPropertyNoThrow(m_application.get(), L"Name", &name);
     if (FAILED(hr)) {
         LogError(L"Failed to get office application name! hr = 0x%08X\n", hr);
         return hr;
     }
-    const wchar_t* hostName = name.bstrVal ? name.bstrVal : L"";
+    const wchar_t* hostName = name.c_str();
     LogInfo(L"Office Application %s\n", hostName);
 
-    Variant version;
-    hr = GetPropertyNoThrow(m_application.get(), L"Version", &version);
-    if (SUCCEEDED(hr)) {
-        hr = VariantChangeType(&version, &version, 0, VT_BSTR);
-    }
+    BStr version;
+    hr = GetTextPropertyNoThrow(m_application.get(), L"Version", &version);
     if (FAILED(hr)) {
         LogError(L"Can't get version from application! hr = 0x%08X\n", hr);
         return hr;
     }
-    const std::wstring fullVersion = version.bstrVal ? version.bstrVal : L"";
+    const std::wstring fullVersion = version.c_str();
     const std::wstring major = fullVersion.substr(0, fullVersion.find(L'.'));
     LogInfo(L"%s Version: %s (%s)\n", hostName, major.c_str(), fullVersion.c_str());
     m_hostMajorVersion = static_cast<int32_t>(wcstol(major.c_str(), nullptr, 10));
@@ -343,8 +337,11 @@ HRESULT CTalvornAddin::GetCustomUI(BSTR ribbonId, BSTR* ribbonXml) {
             return S_OK;
         }
         BStr markup(xml->c_str());
-        LogInfo(options.noSettings ? L"returning RibbonXML (no settings)\n"
-                                   : L"returning RibbonXML\n");
+        if (options.noSettings) {
+            LogInfo(L"returning RibbonXML (no settings)\n");
+        } else {
+            LogInfo(L"returning RibbonXML\n");
+        }
         *ribbonXml = markup.release();
         return S_OK;
     } catch (...) {

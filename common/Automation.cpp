@@ -1,6 +1,10 @@
 #include "common/Automation.h"
 
 #include <array>
+#include <utility>
+
+#include "common/ComPtr.h"
+#include "common/Variant.h"
 
 namespace {
 
@@ -22,9 +26,8 @@ HRESULT TakeExceptionResult(HRESULT hr, EXCEPINFO& excep) noexcept {
     return hr;
 }
 
-HRESULT InvokeByName(IDispatch* object, const wchar_t* name, WORD flags,
-                     std::initializer_list<const VARIANT*> args, const VARIANT* putValue,
-                     VARIANT* result) noexcept {
+HRESULT InvokeByName(IDispatch* object, const wchar_t* name, WORD flags, AutomationArgs args,
+                     const VARIANT* putValue, VARIANT* result) noexcept {
     if (result) {
         ::VariantClear(result);
     }
@@ -74,38 +77,126 @@ HRESULT InvokeByName(IDispatch* object, const wchar_t* name, WORD flags,
     return hr;
 }
 
+// Reads `member` and converts the value to `type` in place.
+HRESULT GetConvertedNoThrow(IDispatch* object, MemberRead member, VARTYPE type, VARIANT* value,
+                            AutomationArgs args) noexcept {
+    HRESULT hr = GetPropertyNoThrow(object, member, value, args);
+    if (SUCCEEDED(hr)) {
+        hr = ::VariantChangeType(value, value, 0, type);
+    }
+    return hr;
+}
+
+// The object a read handed back, with a reference of its own; the value keeps its reference.
+HRESULT TakeObject(const VARIANT& value, IUnknown** result) noexcept {
+    if (value.vt != VT_DISPATCH && value.vt != VT_UNKNOWN) {
+        return DISP_E_TYPEMISMATCH;
+    }
+    if (!value.punkVal) {
+        return E_POINTER;
+    }
+    *result = value.punkVal;
+    value.punkVal->AddRef();
+    return S_OK;
+}
+
 }  // namespace
 
-HRESULT GetPropertyNoThrow(IDispatch* object, const wchar_t* name, VARIANT* result,
-                           std::initializer_list<const VARIANT*> args) noexcept {
+MemberRead GetOrCall(const wchar_t* name) noexcept {
+    MemberRead read(name);
+    read.m_flags = DISPATCH_PROPERTYGET | DISPATCH_METHOD;
+    return read;
+}
+
+HRESULT GetPropertyNoThrow(IDispatch* object, MemberRead member, VARIANT* result,
+                           AutomationArgs args) noexcept {
     if (!result) {
         return E_POINTER;
     }
-    return InvokeByName(object, name, DISPATCH_PROPERTYGET, args, nullptr, result);
+    return InvokeByName(object, member.Name(), member.Flags(), args, nullptr, result);
 }
 
-HRESULT GetObjectPropertyNoThrow(IDispatch* object, const wchar_t* name, IDispatch** result,
-                                 std::initializer_list<const VARIANT*> args) noexcept {
+HRESULT GetTextPropertyNoThrow(IDispatch* object, MemberRead member, BStr* text,
+                               AutomationArgs args) noexcept {
+    if (!text) {
+        return E_POINTER;
+    }
+    text->reset();
+    Variant value;
+    HRESULT hr = GetConvertedNoThrow(object, member, VT_BSTR, &value, args);
+    if (SUCCEEDED(hr)) {
+        text->reset(std::exchange(value.bstrVal, nullptr));
+    }
+    return hr;
+}
+
+HRESULT GetIntegerPropertyNoThrow(IDispatch* object, MemberRead member, int32_t* number,
+                                  AutomationArgs args) noexcept {
+    if (!number) {
+        return E_POINTER;
+    }
+    Variant value;
+    HRESULT hr = GetConvertedNoThrow(object, member, VT_I4, &value, args);
+    *number = SUCCEEDED(hr) ? value.lVal : 0;
+    return hr;
+}
+
+HRESULT GetBooleanPropertyNoThrow(IDispatch* object, MemberRead member, bool* flag,
+                                  AutomationArgs args) noexcept {
+    if (!flag) {
+        return E_POINTER;
+    }
+    Variant value;
+    HRESULT hr = GetConvertedNoThrow(object, member, VT_BOOL, &value, args);
+    *flag = SUCCEEDED(hr) && value.boolVal != VARIANT_FALSE;
+    return hr;
+}
+
+HRESULT GetDatePropertyNoThrow(IDispatch* object, MemberRead member, DATE* date,
+                               AutomationArgs args) noexcept {
+    if (!date) {
+        return E_POINTER;
+    }
+    Variant value;
+    HRESULT hr = GetConvertedNoThrow(object, member, VT_DATE, &value, args);
+    *date = SUCCEEDED(hr) ? value.date : 0;
+    return hr;
+}
+
+HRESULT GetObjectPropertyNoThrow(IDispatch* object, MemberRead member, IDispatch** result,
+                                 AutomationArgs args) noexcept {
     if (!result) {
         return E_POINTER;
     }
     *result = nullptr;
-    VARIANT value;
-    ::VariantInit(&value);
-    HRESULT hr = GetPropertyNoThrow(object, name, &value, args);
-    if (SUCCEEDED(hr)) {
-        if (value.vt != VT_DISPATCH && value.vt != VT_UNKNOWN) {
-            hr = DISP_E_TYPEMISMATCH;
-        } else if (!value.punkVal) {
-            hr = E_POINTER;
-        } else if (value.vt == VT_DISPATCH) {
-            *result = value.pdispVal;
-            value.pdispVal->AddRef();
-        } else {
-            hr = value.punkVal->QueryInterface(IID_IDispatch, reinterpret_cast<void**>(result));
-        }
+    Variant value;
+    HRESULT hr = GetPropertyNoThrow(object, member, &value, args);
+    if (FAILED(hr)) {
+        return hr;
     }
-    ::VariantClear(&value);
+    ComPtr<IUnknown> unknown;
+    hr = TakeObject(value, unknown.put());
+    if (FAILED(hr)) {
+        return hr;
+    }
+    if (value.vt == VT_DISPATCH) {
+        *result = static_cast<IDispatch*>(unknown.Detach());
+        return S_OK;
+    }
+    return unknown.query_to(result);
+}
+
+HRESULT GetUnknownPropertyNoThrow(IDispatch* object, MemberRead member, IUnknown** result,
+                                  AutomationArgs args) noexcept {
+    if (!result) {
+        return E_POINTER;
+    }
+    *result = nullptr;
+    Variant value;
+    HRESULT hr = GetPropertyNoThrow(object, member, &value, args);
+    if (SUCCEEDED(hr)) {
+        hr = TakeObject(value, result);
+    }
     return hr;
 }
 
@@ -113,7 +204,7 @@ HRESULT PutPropertyNoThrow(IDispatch* object, const wchar_t* name, const VARIANT
     return InvokeByName(object, name, DISPATCH_PROPERTYPUT, {}, &value, nullptr);
 }
 
-HRESULT CallMethodNoThrow(IDispatch* object, const wchar_t* name,
-                          std::initializer_list<const VARIANT*> args, VARIANT* result) noexcept {
+HRESULT CallMethodNoThrow(IDispatch* object, const wchar_t* name, AutomationArgs args,
+                          VARIANT* result) noexcept {
     return InvokeByName(object, name, DISPATCH_METHOD, args, nullptr, result);
 }

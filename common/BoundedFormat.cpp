@@ -1,11 +1,14 @@
 #include "common/BoundedFormat.h"
 
+#include <cstdarg>
 #include <cstdio>
 #include <cwchar>
 
 // libstdc++ switches the standard printf names over to MinGW's C99 formatter, where "%s" in a
 // wide format means a narrow string. The product's formats follow the Windows convention, so all
 // formatting goes through msvcrt's _vsnwprintf and _vscwprintf, which keep it.
+
+namespace {
 
 bool FormatBoundedV(wchar_t* buffer, size_t capacity, const wchar_t* format,
                     va_list args) noexcept {
@@ -20,7 +23,23 @@ bool FormatBoundedV(wchar_t* buffer, size_t capacity, const wchar_t* format,
     return true;
 }
 
-bool FormatBounded(wchar_t* buffer, size_t capacity, const wchar_t* format, ...) noexcept {
+std::wstring FormatStringV(const wchar_t* format, va_list args) {
+    va_list measure;
+    va_copy(measure, args);
+    int length = _vscwprintf(format, measure);
+    va_end(measure);
+    if (length <= 0) {
+        return std::wstring();
+    }
+    std::wstring text(static_cast<size_t>(length), L'\0');
+    _vsnwprintf(text.data(), text.size() + 1, format, args);
+    return text;
+}
+
+}  // namespace
+
+bool unchecked::FormatBounded(wchar_t* buffer, size_t capacity, const wchar_t* format,
+                              ...) noexcept {
     va_list args;
     va_start(args, format);
     bool ok = FormatBoundedV(buffer, capacity, format, args);
@@ -42,20 +61,7 @@ bool CopyBounded(wchar_t* buffer, size_t capacity, const wchar_t* text) noexcept
     return true;
 }
 
-std::wstring FormatStringV(const wchar_t* format, va_list args) {
-    va_list measure;
-    va_copy(measure, args);
-    int length = _vscwprintf(format, measure);
-    va_end(measure);
-    if (length <= 0) {
-        return std::wstring();
-    }
-    std::wstring text(static_cast<size_t>(length), L'\0');
-    _vsnwprintf(text.data(), text.size() + 1, format, args);
-    return text;
-}
-
-std::wstring FormatString(const wchar_t* format, ...) {
+std::wstring unchecked::FormatString(const wchar_t* format, ...) {
     va_list args;
     va_start(args, format);
     std::wstring text;

@@ -64,6 +64,12 @@ public:
 
     template <class U>
     HRESULT query_to(U** out) const noexcept {
+        return query_to(__uuidof(U), out);
+    }
+    // For interfaces whose headers declare no UUID to go with them (the MAPI interfaces): the
+    // caller names the IID, and vouches that it is U's.
+    template <class U>
+    HRESULT query_to(REFIID iid, U** out) const noexcept {
         if (!out) {
             return E_POINTER;
         }
@@ -71,7 +77,7 @@ public:
         if (!m_p) {
             return E_POINTER;
         }
-        return m_p->QueryInterface(__uuidof(U), reinterpret_cast<void**>(out));
+        return m_p->QueryInterface(iid, reinterpret_cast<void**>(out));
     }
 
 private:

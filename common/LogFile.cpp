@@ -169,7 +169,7 @@ void LogFile::Write(int32_t severity, const wchar_t* format, va_list args) noexc
     Emit(message);
 }
 
-void LogFile::Print(int32_t severity, const wchar_t* format, ...) noexcept {
+void LogFile::PrintUnchecked(int32_t severity, const wchar_t* format, ...) noexcept {
     va_list args;
     va_start(args, format);
     Write(severity, format, args);
@@ -181,15 +181,9 @@ LogFile g_log __attribute__((init_priority(101)));
 
 LogFile& TheLog() noexcept { return g_log; }
 
-#define DEFINE_LOG_FUNCTION(Name, severity)          \
-    void Name(const wchar_t* format, ...) noexcept { \
-        va_list args;                                \
-        va_start(args, format);                      \
-        g_log.Write(severity, format, args);         \
-        va_end(args);                                \
-    }
-
-DEFINE_LOG_FUNCTION(LogFatal, kLogFatal)
-DEFINE_LOG_FUNCTION(LogError, kLogError)
-DEFINE_LOG_FUNCTION(LogWarning, kLogWarning)
-DEFINE_LOG_FUNCTION(LogInfo, kLogInfo)
+void unchecked::WriteLog(int32_t severity, const wchar_t* format, ...) noexcept {
+    va_list args;
+    va_start(args, format);
+    g_log.Write(severity, format, args);
+    va_end(args);
+}

@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <string>
 
+#include "common/CheckedFormat.h"
 #include "common/UniqueResource.h"
 
 enum LogSeverity : int32_t {
@@ -49,7 +50,11 @@ public:
 private:
     void Open() noexcept;
     void Emit(const wchar_t* text) noexcept;
-    void Print(int32_t severity, const wchar_t* format, ...) noexcept;
+    template <class... Args>
+    void Print(int32_t severity, FormatFor<Args...> format, const Args&... args) noexcept {
+        PrintUnchecked(severity, format.c_str(), args...);
+    }
+    void PrintUnchecked(int32_t severity, const wchar_t* format, ...) noexcept;
 
     UniqueFileHandle m_file;
     HANDLE m_console;
@@ -61,7 +66,25 @@ private:
 // The instance that LogFatal, LogError, LogWarning and LogInfo write to.
 LogFile& TheLog() noexcept;
 
-void LogFatal(const wchar_t* format, ...) noexcept;
-void LogError(const wchar_t* format, ...) noexcept;
-void LogWarning(const wchar_t* format, ...) noexcept;
-void LogInfo(const wchar_t* format, ...) noexcept;
+// The C runtime side of the four below; called only by them.
+namespace unchecked {
+void WriteLog(int32_t severity, const wchar_t* format, ...) noexcept;
+}  // namespace unchecked
+
+// Each format is checked against its arguments while compiling (common/CheckedFormat.h).
+template <class... Args>
+void LogFatal(FormatFor<Args...> format, const Args&... args) noexcept {
+    unchecked::WriteLog(kLogFatal, format.c_str(), args...);
+}
+template <class... Args>
+void LogError(FormatFor<Args...> format, const Args&... args) noexcept {
+    unchecked::WriteLog(kLogError, format.c_str(), args...);
+}
+template <class... Args>
+void LogWarning(FormatFor<Args...> format, const Args&... args) noexcept {
+    unchecked::WriteLog(kLogWarning, format.c_str(), args...);
+}
+template <class... Args>
+void LogInfo(FormatFor<Args...> format, const Args&... args) noexcept {
+    unchecked::WriteLog(kLogInfo, format.c_str(), args...);
+}

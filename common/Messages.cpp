@@ -35,14 +35,14 @@ int LoadUiString(UINT id, wchar_t* buffer, int capacity) noexcept {
     return LoadStringW(ModuleInstance(), id, buffer, capacity);
 }
 
-void ShowErrorMessage(UINT id, ...) noexcept {
+void unchecked::ShowErrorMessage(UINT id, ...) noexcept {
     va_list args;
     va_start(args, id);
     ShowMessage(id, IDS_ERROR_CAPTION, MB_OK | MB_ICONERROR | MB_TOPMOST, args);
     va_end(args);
 }
 
-int AskQuestion(UINT id, ...) noexcept {
+int unchecked::AskQuestion(UINT id, ...) noexcept {
     va_list args;
     va_start(args, id);
     int answer =

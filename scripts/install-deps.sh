@@ -1,7 +1,10 @@
 #!/bin/sh
 # Installs what the build and the tests need, and nothing when all of it is there already.
 set -eu
-packages="cmake make g++-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64 wine wine64 xvfb xauth googletest"
+# msgconvert (libemail-outlook-message-perl, with libemail-address-perl, which it only recommends)
+# reads back the message files the simulated MAPI writes.
+packages="cmake make g++-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64 wine wine64 xvfb xauth googletest \
+libemail-outlook-message-perl libemail-address-perl"
 missing=""
 for p in $packages; do
     dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing="$missing $p"

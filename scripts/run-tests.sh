@@ -1,7 +1,7 @@
 #!/bin/sh
 # Runs every test under Wine: one X server (Xvfb) and one persistent wineserver for the whole run,
 # ctest's summary at the end, non-zero exit on any failure. Arguments after the build folder go
-# to ctest, e.g. `-R SettingsTest` to run some tests only.
+# to ctest, for example -R mapisim to run only the tests whose names match.
 set -eu
 if [ -z "${TALVORN_IN_XVFB:-}" ]; then
     TALVORN_IN_XVFB=1 exec xvfb-run -a -s "-screen 0 1280x1024x24" sh "$0" "$@"

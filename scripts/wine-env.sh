@@ -4,4 +4,9 @@
 export WINEPREFIX="$BUILD_DIR/wineprefix"
 export WINEDEBUG="${WINEDEBUG:--all}"
 export WINEDLLOVERRIDES="${WINEDLLOVERRIDES:-mscoree,mshtml=}"
+# Modules a program brings beside itself in place of Wine's own (space-separated names), such as
+# the simulated mapi32.dll.
+for dll in ${TALVORN_NATIVE_DLLS:-}; do
+    WINEDLLOVERRIDES="$WINEDLLOVERRIDES;$dll=n,b"
+done
 export WINEARCH=win64

@@ -102,7 +102,7 @@ bool WriteClassEntries(const ClassTexts& texts, const wchar_t* modulePath) {
            SetDefaultValue(texts.progId + L"\\CLSID", texts.clsid);
 }
 
-void ReportAddinKeyFailure(const wchar_t* format, LSTATUS error) {
+void ReportAddinKeyFailure(CheckedFormat<unsigned> format, LSTATUS error) {
     std::wstring text = FormatString(format, static_cast<unsigned>(error));
     MessageBoxW(nullptr /* no owner */, text.c_str(), L"RegisterCOMAddin", MB_SETFOREGROUND);
 }

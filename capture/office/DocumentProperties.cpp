@@ -7,6 +7,7 @@
 #include <string>
 
 #include "common/Automation.h"
+#include "common/BStr.h"
 #include "common/ComPtr.h"
 #include "common/LogFile.h"
 #include "common/Variant.h"
@@ -100,13 +101,12 @@ void CopyProperty(IDispatch* collection, int32_t index, int32_t count, bool buil
         LogWarning(L"Failed to access property %d of %d!\n", index, count);
         return;
     }
-    Variant name;
-    if (FAILED(GetPropertyNoThrow(property.get(), L"Name", &name)) ||
-        FAILED(VariantChangeType(&name, &name, 0, VT_BSTR))) {
+    BStr name;
+    if (FAILED(GetTextPropertyNoThrow(property.get(), L"Name", &name))) {
         LogWarning(L"Can't get name of property %d of %d!\n", index, count);
         return;
     }
-    const wchar_t* officeName = name.bstrVal ? name.bstrVal : L"";
+    const wchar_t* officeName = name.c_str();
     std::wstring mapName;
     if (builtIn) {
         if (!IsCollectedBuiltIn(officeName)) {
@@ -154,19 +154,16 @@ void CopyProperties(const VARIANT* collection, int builtIn, PropertyMap* map) {
         return;
     }
     IDispatch* properties = collection->pdispVal;
-    Variant count;
-    HRESULT hr = GetPropertyNoThrow(properties, L"Count", &count);
-    if (SUCCEEDED(hr)) {
-        hr = VariantChangeType(&count, &count, 0, VT_I4);
-    }
+    int32_t count = 0;
+    HRESULT hr = GetIntegerPropertyNoThrow(properties, L"Count", &count);
     if (FAILED(hr)) {
         LogError(L"CopyProperties: Can't get count property of document properties! hr = 0x%08X\n",
                  hr);
         return;
     }
-    LogInfo(L"Count of properties %d\n", count.lVal);
+    LogInfo(L"Count of properties %d\n", count);
     // Only the low 16 bits decide whether there is anything to read.
-    const int16_t shortCount = static_cast<int16_t>(count.lVal & 0xFFFF);
+    const int16_t shortCount = static_cast<int16_t>(count & 0xFFFF);
     if (shortCount == 0) {
         LogWarning(L"Properties are not defined!\n");
         return;
@@ -174,7 +171,7 @@ void CopyProperties(const VARIANT* collection, int builtIn, PropertyMap* map) {
     if (shortCount < 0) {
         return;
     }
-    for (int32_t index = 1; index <= count.lVal; ++index) {
-        CopyProperty(properties, index, count.lVal, builtIn != 0, *map);
+    for (int32_t index = 1; index <= count; ++index) {
+        CopyProperty(properties, index, count, builtIn != 0, *map);
     }
 }

@@ -8,7 +8,9 @@
 
 #include "capture/office/DocumentProperties.h"
 #include "common/Automation.h"
+#include "common/BStr.h"
 #include "common/BoundedFormat.h"
+#include "common/CheckedFormat.h"
 #include "common/ComPtr.h"
 #include "common/LogFile.h"
 #include "common/Variant.h"
@@ -28,22 +30,26 @@ enum class CopyMethod {
     SaveCopyAsThenSaveAs,
 };
 
+// A log line without arguments, and one that reports a failure's HRESULT.
+using Line = CheckedFormat<>;
+using StatusLine = CheckedFormat<HRESULT>;
+
 struct OfficeHost {
-    const wchar_t* entryLog;
-    const wchar_t* exitLog;
-    const wchar_t* stagingFailureLog;
+    Line entryLog;
+    Line exitLog;
+    Line stagingFailureLog;
     const wchar_t* activeObject;
-    const wchar_t* noActiveObjectLog;
+    StatusLine noActiveObjectLog;
     ExtensionRule extensionRule;
     const wchar_t* modernExtension;  // for a name without extension, from major version 12
     const wchar_t* legacyExtension;  // the same below 12
-    const wchar_t* saveFailureLog;
-    const wchar_t* firstSaveFailureLog;
-    const wchar_t* nameFailureLog;
+    StatusLine saveFailureLog;
+    StatusLine firstSaveFailureLog;
+    StatusLine nameFailureLog;
     CopyMethod copyMethod;
-    const wchar_t* saveCopyAsFailureLog;  // null: the fallback to SaveAs is not logged
-    const wchar_t* copyFailureLog;
-    const wchar_t* builtInFailureLog;
+    bool logsSaveCopyAsFailure;  // else the fallback to SaveAs goes unmentioned
+    StatusLine copyFailureLog;
+    StatusLine builtInFailureLog;
     bool readsFullName;
     bool marksSaved;
 };
@@ -61,7 +67,7 @@ constexpr OfficeHost kWord = {
     L"Can't save initially created document! hr = 0x%08X\n",
     L"Can't get name of active document! hr = 0x%08X\n",
     CopyMethod::WordSaveAs,
-    nullptr,
+    false,
     L"Can't save initially created document! hr = 0x%08X\n",
     L"Can't get built-in document properties! hr = 0x%08X\n",
     true,
@@ -81,7 +87,7 @@ constexpr OfficeHost kExcel = {
     L"Can't save initially created workbook! hr = 0x%08X\n",
     L"Can't get name of active workbook! hr = 0x%08X\n",
     CopyMethod::SaveCopyAsThenSaveAs,
-    L"Can not SaveCopyAs active document! hr = 0x%08X\n",
+    true,
     L"Failed to save active document! hr = 0x%08X\n",
     L"Can't get built-in document properties! hr = 0x%08X\n",
     false,
@@ -102,7 +108,7 @@ constexpr OfficeHost kPowerPoint = {
     L"Can't save initially created presentation! hr = 0x%08X\n",
     L"Can't get name of active presentation! hr = 0x%08X\n",
     CopyMethod::SaveCopyAsThenSaveAs,
-    nullptr,
+    false,
     L"Failed to save active presentation! hr = 0x%08X\n",
     // PowerPoint reports a missing built-in collection with the custom collection's text.
     L"Can't get custom document properties! hr = 0x%08X\n",
@@ -111,30 +117,6 @@ constexpr OfficeHost kPowerPoint = {
 };
 
 constexpr int32_t kFirstXmlFormatVersion = 12;
-
-HRESULT ReadText(IDispatch* object, const wchar_t* name, std::wstring& text) {
-    Variant value;
-    HRESULT hr = GetPropertyNoThrow(object, name, &value);
-    if (SUCCEEDED(hr)) {
-        hr = VariantChangeType(&value, &value, 0, VT_BSTR);
-    }
-    if (SUCCEEDED(hr)) {
-        text = value.bstrVal ? value.bstrVal : L"";
-    }
-    return hr;
-}
-
-HRESULT ReadFlag(IDispatch* object, const wchar_t* name, bool& flag) {
-    Variant value;
-    HRESULT hr = GetPropertyNoThrow(object, name, &value);
-    if (SUCCEEDED(hr)) {
-        hr = VariantChangeType(&value, &value, 0, VT_BOOL);
-    }
-    if (SUCCEEDED(hr)) {
-        flag = value.boolVal != VARIANT_FALSE;
-    }
-    return hr;
-}
 
 std::wstring ExtensionOf(const OfficeHost& host, const std::wstring& name, int32_t majorVersion) {
     const size_t dot = name.rfind(L'.');
@@ -194,8 +176,8 @@ HRESULT WriteStagedCopy(const OfficeHost& host, IDispatch* document, const wchar
     if (SUCCEEDED(hr)) {
         return hr;
     }
-    if (host.saveCopyAsFailureLog) {
-        LogError(host.saveCopyAsFailureLog, hr);
+    if (host.logsSaveCopyAsFailure) {
+        LogError(L"Can not SaveCopyAs active document! hr = 0x%08X\n", hr);
     }
     hr = CallMethodNoThrow(document, L"SaveAs", {&file});
     if (FAILED(hr)) {
@@ -236,14 +218,14 @@ HRESULT SaveOfficeDocument(const OfficeHost& host, IDispatch* application, PathB
         LogError(host.noActiveObjectLog, hr);
         return hr;
     }
-    std::wstring documentPath;
-    hr = ReadText(document.get(), L"Path", documentPath);
+    BStr documentPath;
+    hr = GetTextPropertyNoThrow(document.get(), L"Path", &documentPath);
     if (FAILED(hr)) {
         LogError(L"Can't get path of active document! hr = 0x%08X\n", hr);
         return hr;
     }
     bool readOnly = false;
-    hr = ReadFlag(document.get(), L"ReadOnly", readOnly);
+    hr = GetBooleanPropertyNoThrow(document.get(), L"ReadOnly", &readOnly);
     if (FAILED(hr)) {
         LogError(L"Can't get ReadOnly flag of active document! hr = 0x%08X\n", hr);
         return hr;
@@ -252,8 +234,8 @@ HRESULT SaveOfficeDocument(const OfficeHost& host, IDispatch* application, PathB
     // A document that lives in the staging area is the copy of an earlier archive: saving it in
     // place would change what that archive handed to the connector, so it is saved anew like a
     // document that was never saved.
-    const bool ownFile =
-        !documentPath.empty() && !readOnly && !IsInStagingArea((documentPath + L"\\").c_str());
+    const bool ownFile = *documentPath.c_str() && !readOnly &&
+                         !IsInStagingArea((std::wstring(documentPath.c_str()) + L"\\").c_str());
     // The file the document itself lives in once it was first saved into the staging folder.
     std::wstring firstSavePath;
     if (ownFile) {
@@ -263,8 +245,8 @@ HRESULT SaveOfficeDocument(const OfficeHost& host, IDispatch* application, PathB
             return hr;
         }
     } else {
-        std::wstring name;
-        hr = ReadText(document.get(), L"Name", name);
+        BStr name;
+        hr = GetTextPropertyNoThrow(document.get(), L"Name", &name);
         if (FAILED(hr)) {
             LogError(host.nameFailureLog, hr);
             return hr;
@@ -273,7 +255,7 @@ HRESULT SaveOfficeDocument(const OfficeHost& host, IDispatch* application, PathB
         wchar_t temporary[MAX_PATH];
         if (!FormatBounded(base, MAX_PATH, L"%sdorvane_%08X", folder.c_str(), CurrentTime()) ||
             !FormatBounded(temporary, MAX_PATH, L"%s.%s", base,
-                           ExtensionOf(host, name, majorVersion).c_str())) {
+                           ExtensionOf(host, name.c_str(), majorVersion).c_str())) {
             LogError(host.firstSaveFailureLog, HRESULT_FROM_WIN32(ERROR_FILENAME_EXCED_RANGE));
             return HRESULT_FROM_WIN32(ERROR_FILENAME_EXCED_RANGE);
         }
@@ -286,11 +268,11 @@ HRESULT SaveOfficeDocument(const OfficeHost& host, IDispatch* application, PathB
         firstSavePath = temporary;
     }
 
-    std::wstring name;
-    hr = ReadText(document.get(), L"Name", name);
-    std::wstring fullName;
+    BStr name;
+    hr = GetTextPropertyNoThrow(document.get(), L"Name", &name);
+    BStr fullName;
     if (SUCCEEDED(hr) && host.readsFullName) {
-        hr = ReadText(document.get(), L"FullName", fullName);
+        hr = GetTextPropertyNoThrow(document.get(), L"FullName", &fullName);
     }
     if (FAILED(hr)) {
         LogError(host.nameFailureLog, hr);
@@ -299,8 +281,8 @@ HRESULT SaveOfficeDocument(const OfficeHost& host, IDispatch* application, PathB
 
     wchar_t staged[MAX_PATH];
     bool fits = FormatBounded(staged, MAX_PATH, L"%s%s", folder.c_str(), name.c_str());
-    const std::wstring& currentFile = firstSavePath.empty() ? fullName : firstSavePath;
-    if (fits && !currentFile.empty() && lstrcmpiW(staged, currentFile.c_str()) == 0) {
+    const wchar_t* currentFile = firstSavePath.empty() ? fullName.c_str() : firstSavePath.c_str();
+    if (fits && *currentFile && lstrcmpiW(staged, currentFile) == 0) {
         wchar_t prefix[MAX_PATH];
         fits = FormatBounded(prefix, MAX_PATH, L"%s%X_", folder.c_str(), CurrentTime()) &&
                FormatBounded(staged, MAX_PATH, L"%s%s", prefix, name.c_str());
