@@ -348,4 +348,30 @@ TEST_F(CommandDialogTest, AClickMeanwhileEndsQuietlyButTheImagesStillLoad) {
     EXPECT_EQ(m_connector.WaitForUrls(1).size(), 1u);
 }
 
+// A host started for automation or from the command line calls no OnStartupComplete after the
+// connection, as after its start-up: the add-in starts up at once.
+class ConnectModeTest : public testing::TestWithParam<ext_ConnectMode> {};
+
+TEST_P(ConnectModeTest, OtherThanAtStartUpStartsUpAtOnce) {
+    RegistrySandbox registry;
+    registry.SetMachineNumber(L"MultiProcess", 0);
+    ComPtr<FakeDispatch> bars = FakeDispatch::Create();
+    ComPtr<FakeDispatch> application = FakeDispatch::Create();
+    application->SetProperty(L"Name", L"Microsoft Word")
+        .SetProperty(L"Version", L"16.0")
+        .SetProperty(L"CommandBars", static_cast<IDispatch*>(bars.get()));
+    ComPtr<IDTExtensibility2> addin = CreateAddin();
+
+    EXPECT_EQ(addin->OnConnection(application.get(), GetParam(), nullptr, nullptr), S_OK);
+
+    EXPECT_EQ(static_cast<CTalvornAddin*>(addin.get())->HostKind(), kHostWord);
+    EXPECT_EQ(addin->OnDisconnection(ext_dm_UserClosed, nullptr), S_OK);
+}
+
+INSTANTIATE_TEST_SUITE_P(Modes, ConnectModeTest,
+                         testing::Values(ext_cm_External, ext_cm_CommandLine),
+                         [](const testing::TestParamInfo<ext_ConnectMode>& info) {
+                             return info.param == ext_cm_External ? "External" : "CommandLine";
+                         });
+
 }  // namespace

@@ -1,133 +1,109 @@
+// The launch itself, through the shell to the stub connector, is pinned by the archive commands'
+// tests; here the URL and the storage-target text it is made from.
 #include <gtest/gtest.h>
 
 #include <string>
+#include <vector>
 
 #include "handoff/ConnectorLaunch.h"
 #include "settings/StorageTargetText.h"
 #include "settings/TDCSettings.h"
-#include "support/ConnectorRecord.h"
 #include "support/RegistrySandbox.h"
 #include "support/TestFiles.h"
-#include "support/WindowWatcher.h"
 
 namespace {
 
-class ConnectorUrlTest : public testing::Test {
-protected:
-    std::wstring Url(const HandOffList& list, int hostKind = 2) {
+struct UrlCase {
+    const char* name;
+    std::vector<std::wstring> targets;
+    const wchar_t* remembered;  // "LastStartCenterConfig", if any
+    HandOffList list;
+    int hostKind;
+    const wchar_t* url;
+};
+
+TEST(ConnectorUrl, NamesTheChosenTargetTheHostAndTheHandOffs) {
+    const std::wstring angebote = StorageTarget(L"Angebote", L"1", L"2");
+    const std::wstring rechnungen = StorageTarget(L"Rechnungen", L"42", L"7");
+    const UrlCase cases[] = {
+        {"OneTargetIgnoresTheRememberedChoice",
+         {rechnungen},
+         L"Andere",
+         {L"td_data_51234421"},
+         2,
+         L"talvorn:\\\\di$appid=42$configid=7$startapp=2$files=td_data_51234421"},
+        {"TheRememberedLabelChoosesIgnoringCase",
+         {angebote, rechnungen},
+         L"rECHNUNGEN",
+         {L"td_data_51234421", L"td_data_51234453"},
+         1,
+         L"talvorn:\\\\di$appid=42$configid=7$startapp=1$files=td_data_51234421,td_data_51234453"},
+        {"WithoutAChoiceTheFirst",
+         {angebote, rechnungen},
+         nullptr,
+         {L"td_data_1"},
+         3,
+         L"talvorn:\\\\di$appid=1$configid=2$startapp=3$files=td_data_1"},
+        {"AChoiceNoTargetHasLeavesADoubledDollar",
+         {angebote, rechnungen},
+         L"Vertr\u00E4ge",
+         {L"td_data_1"},
+         4,
+         L"talvorn:\\\\di$$startapp=4$files=td_data_1"},
+        {"EveryTargetOfTheChosenLabel",
+         {StorageTarget(L"A", L"1", L"1"), StorageTarget(L"B", L"2", L"2"),
+          StorageTarget(L"a", L"3", L"3")},
+         L"A",
+         {},
+         2,
+         L"talvorn:\\\\di$appid=1$configid=1appid=3$configid=3$startapp=2$files="},
+        {"NoTargetsAndNoHandOffs", {}, nullptr, {}, 2, L"talvorn:\\\\di$$startapp=2$files="},
+    };
+    for (const UrlCase& row : cases) {
+        SCOPED_TRACE(row.name);
+        RegistrySandbox registry;
+        registry.SetMachineTargets(row.targets);
+        if (row.remembered) {
+            registry.SetUserString(kLastStartCenterConfig, row.remembered);
+        }
         CTDCSettings settings;
-        settings.LoadSettings();
-        return BuildConnectorUrl(settings, list, hostKind);
+        ASSERT_EQ(settings.LoadSettings(), S_OK);
+        EXPECT_EQ(BuildConnectorUrl(settings, row.list, row.hostKind), row.url);
     }
-
-    RegistrySandbox m_registry;
-};
-
-TEST_F(ConnectorUrlTest, OneTargetIsUsedWithoutLookingAtTheRememberedChoice) {
-    m_registry.SetMachineTargets({StorageTarget(L"Rechnungen", L"42", L"7")});
-    m_registry.SetUserString(L"LastStartCenterConfig", L"Andere");
-    EXPECT_EQ(Url({L"td_data_51234421"}),
-              L"talvorn:\\\\di$appid=42$configid=7$startapp=2$files=td_data_51234421");
 }
 
-TEST_F(ConnectorUrlTest, TheRememberedLabelChoosesAmongSeveralIgnoringCase) {
-    m_registry.SetMachineTargets(
-        {StorageTarget(L"Angebote", L"1", L"2"), StorageTarget(L"Rechnungen", L"42", L"7")});
-    m_registry.SetUserString(L"LastStartCenterConfig", L"rECHNUNGEN");
-    EXPECT_EQ(Url({L"td_data_51234421", L"td_data_51234453"}, 1),
-              L"talvorn:\\\\di$appid=42$configid=7$startapp=1$files=td_data_51234421,"
-              L"td_data_51234453");
-}
-
-TEST_F(ConnectorUrlTest, SeveralTargetsWithoutAChoiceTakeTheFirst) {
-    m_registry.SetMachineTargets(
-        {StorageTarget(L"Angebote", L"1", L"2"), StorageTarget(L"Rechnungen", L"42", L"7")});
-    EXPECT_EQ(Url({L"td_data_1"}), L"talvorn:\\\\di$appid=1$configid=2$startapp=2$files=td_data_1");
-}
-
-TEST_F(ConnectorUrlTest, AChoiceNoTargetHasLeavesTheTargetOutWithADoubledDollar) {
-    m_registry.SetMachineTargets(
-        {StorageTarget(L"Angebote", L"1", L"2"), StorageTarget(L"Rechnungen", L"42", L"7")});
-    m_registry.SetUserString(L"LastStartCenterConfig", L"Verträge");
-    EXPECT_EQ(Url({L"td_data_1"}, 4), L"talvorn:\\\\di$$startapp=4$files=td_data_1");
-}
-
-TEST_F(ConnectorUrlTest, EveryTargetOfTheChosenLabelIsAppended) {
-    m_registry.SetMachineTargets({StorageTarget(L"A", L"1", L"1"), StorageTarget(L"B", L"2", L"2"),
-                                  StorageTarget(L"a", L"3", L"3")});
-    m_registry.SetUserString(L"LastStartCenterConfig", L"A");
-    EXPECT_EQ(Url({}), L"talvorn:\\\\di$appid=1$configid=1appid=3$configid=3$startapp=2$files=");
-}
-
-TEST_F(ConnectorUrlTest, NoSettingsAndNoHandOffs) {
-    EXPECT_EQ(Url({}), L"talvorn:\\\\di$$startapp=2$files=");
-}
-
-TEST(StorageTargetText, ExtractorsTakeThePiecesBackOut) {
-    wchar_t out[kStorageTargetTextCapacity];
+TEST(StorageTargetText, ExtractorsTakeThePiecesBackOutOrGiveNothing) {
     const wchar_t* stored = L"label=\"Rechnungen 2024\" appid=42 configid=7";
-    ExtractLabel(stored, out);
-    EXPECT_STREQ(out, L"Rechnungen 2024");
-    ExtractKeyValue(stored, L"appid", out);
-    EXPECT_STREQ(out, L"42");
-    ExtractKeyValue(stored, L"configid", out);
-    EXPECT_STREQ(out, L"7");
-    ExtractTargetPart(stored, out);
-    EXPECT_STREQ(out, L"appid=42$configid=7");
-
-    // "appid" as the last field: no blank to turn, no configid in the part.
-    ExtractTargetPart(L"label=\"A\" configid=7 appid=42", out);
-    EXPECT_STREQ(out, L"appid=42");
-    ExtractKeyValue(L"label=\"A\" configid=7 appid=42", L"appid", out);
-    EXPECT_STREQ(out, L"42");
-}
-
-TEST(StorageTargetText, MissingPiecesGiveEmptyTexts) {
-    wchar_t out[kStorageTargetTextCapacity];
-    ExtractLabel(L"label=Rechnungen appid=1", out);
-    EXPECT_STREQ(out, L"");
-    ExtractTargetPart(L"label=\"A\" configid=7", out);
-    EXPECT_STREQ(out, L"");
-    ExtractKeyValue(L"label=\"A\"", L"appid", out);
-    EXPECT_STREQ(out, L"");
-    ExtractLabel(L"label=\"unterminated", out);
-    EXPECT_STREQ(out, L"unterminated");
-}
-
-class ConnectorLaunchTest : public testing::Test {
-protected:
-    RegistrySandbox m_registry;
-    ConnectorRecord m_connector;
-};
-
-TEST_F(ConnectorLaunchTest, TheShellHandsTheUrlToTheRegisteredConnector) {
-    m_registry.SetMachineTargets({StorageTarget(L"Rechnungen", L"42", L"7")});
-    CTDCSettings settings;
-    settings.LoadSettings();
-
-    EXPECT_EQ(LaunchConnector(settings, {L"td_data_1", L"td_data_2"}, 3), 1);
-
-    std::vector<std::wstring> urls = m_connector.WaitForUrls(1);
-    ASSERT_EQ(urls.size(), 1u);
-    EXPECT_EQ(urls[0], L"talvorn:\\\\di$appid=42$configid=7$startapp=3$files=td_data_1,td_data_2");
-}
-
-TEST_F(ConnectorLaunchTest, WithoutAHandlerTheFailureIsLoggedWithTheSystemError) {
-    CTDCSettings settings;
-    UrlHandlerRemoval noHandler;
-    WindowWatcher watcher;
-    // Wine's shell shows a box of its own before it gives up.
-    watcher.Expect(L"Error").Click(IDOK);
-    LogCapture log;
-
-    EXPECT_EQ(LaunchConnector(settings, {L"td_data_1"}, 2), 0);
-
-    watcher.Verify();
-    std::wstring text = log.Text();
-    EXPECT_NE(text.find(L"[ERR] Failed to open talvorn Desktop Connector, error: "),
-              std::wstring::npos)
-        << text;
-    EXPECT_TRUE(m_connector.Urls().empty());
+    const wchar_t* appidLast = L"label=\"A\" configid=7 appid=42";
+    // The key "label" and "part" name ExtractLabel and ExtractTargetPart.
+    const struct {
+        const wchar_t* text;
+        const wchar_t* key;
+        const wchar_t* expected;
+    } cases[] = {
+        {stored, L"label", L"Rechnungen 2024"},
+        {stored, L"appid", L"42"},
+        {stored, L"configid", L"7"},
+        {stored, L"part", L"appid=42$configid=7"},
+        // "appid" as the last field: no blank to turn, no configid in the part.
+        {appidLast, L"part", L"appid=42"},
+        {appidLast, L"appid", L"42"},
+        {L"label=Rechnungen appid=1", L"label", L""},
+        {L"label=\"unterminated", L"label", L"unterminated"},
+        {L"label=\"A\" configid=7", L"part", L""},
+        {L"label=\"A\"", L"appid", L""},
+    };
+    for (const auto& row : cases) {
+        wchar_t out[kStorageTargetTextCapacity];
+        if (std::wstring(row.key) == L"label") {
+            ExtractLabel(row.text, out);
+        } else if (std::wstring(row.key) == L"part") {
+            ExtractTargetPart(row.text, out);
+        } else {
+            ExtractKeyValue(row.text, row.key, out);
+        }
+        EXPECT_STREQ(out, row.expected) << ToUtf8(row.text) << " " << ToUtf8(row.key);
+    }
 }
 
 }  // namespace

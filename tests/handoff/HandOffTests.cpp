@@ -17,12 +17,17 @@ std::string Replace(std::string text, const std::string& from, const std::string
     return text;
 }
 
+bool Contains(const std::string& text, const std::string& piece) {
+    return text.find(piece) != std::string::npos;
+}
+
 class HandOffTest : public testing::Test {
 protected:
-    // A new staging folder: its path without the trailing backslash, and its name.
+    // A staging folder: its path without the trailing backslash, and its name.
     struct Folder {
         std::wstring path;
         std::wstring id;
+        std::wstring Document() const { return path + L"\\" + id + L".xml"; }
     };
     Folder NewStagingFolder() {
         wchar_t buffer[MAX_PATH];
@@ -38,11 +43,14 @@ protected:
     }
     std::string Expected(const wchar_t* file, const Folder& folder) {
         std::string text = ReadFileBytes(TestSourcePath(std::wstring(L"handoff/expected/") + file));
-        text = Replace(text, "@FOLDER@", ToUtf8(folder.path));
-        return Replace(text, "@ID@", ToUtf8(folder.id));
+        return Replace(Replace(text, "@FOLDER@", ToUtf8(folder.path)), "@ID@", ToUtf8(folder.id));
     }
-    std::string HandOffOf(const Folder& folder) {
-        return ReadFileBytes(folder.path + L"\\" + folder.id + L".xml");
+    // A directory where the document belongs makes its opening fail.
+    void Block(const Folder& folder) {
+        ASSERT_TRUE(CreateDirectoryW(folder.Document().c_str(), nullptr));
+    }
+    Folder FolderOfListEntry(size_t index) {
+        return {m_temp.Inbox() + m_list.at(index), m_list.at(index)};
     }
 
     TempDirectoryOverride m_temp;
@@ -61,158 +69,128 @@ TEST_F(HandOffTest, DocumentMatchesTheConnectorsFormatByteForByte) {
 
     ASSERT_EQ(WriteHandOff(file.c_str(), nullptr, &map, m_list, 1), 1);
 
-    EXPECT_EQ(HandOffOf(folder), Expected(L"handoff_with_properties.xml", folder));
+    EXPECT_EQ(ReadFileBytes(folder.Document()), Expected(L"handoff_with_properties.xml", folder));
     EXPECT_EQ(m_list, HandOffList{folder.id});
 }
 
 TEST_F(HandOffTest, NoMapAndAnEmptyMapWriteTheSameDocument) {
     Folder first = NewStagingFolder();
     Folder second = NewStagingFolder();
-    std::wstring firstFile = Stage(first, L"Bericht & Plan.docx");
-    std::wstring secondFile = Stage(second, L"Bericht & Plan.docx");
     PropertyMap empty;
 
-    ASSERT_EQ(WriteHandOff(firstFile.c_str(), nullptr, nullptr, m_list, 0), 1);
-    ASSERT_EQ(WriteHandOff(secondFile.c_str(), nullptr, &empty, m_list, 0), 1);
+    ASSERT_EQ(
+        WriteHandOff(Stage(first, L"Bericht & Plan.docx").c_str(), nullptr, nullptr, m_list, 0), 1);
+    ASSERT_EQ(
+        WriteHandOff(Stage(second, L"Bericht & Plan.docx").c_str(), nullptr, &empty, m_list, 0), 1);
 
-    EXPECT_EQ(HandOffOf(first), Expected(L"handoff_without_properties.xml", first));
-    EXPECT_EQ(HandOffOf(second), Expected(L"handoff_without_properties.xml", second));
+    EXPECT_EQ(ReadFileBytes(first.Document()), Expected(L"handoff_without_properties.xml", first));
+    EXPECT_EQ(ReadFileBytes(second.Document()),
+              Expected(L"handoff_without_properties.xml", second));
     EXPECT_EQ(m_list, (HandOffList{first.id, second.id}));
 }
 
-TEST_F(HandOffTest, AnUnopenableDocumentFailsButStaysListed) {
-    Folder folder = NewStagingFolder();
-    std::wstring file = Stage(folder, L"Bericht.docx");
-    // A directory where the document should go makes the open fail.
-    ASSERT_TRUE(CreateDirectoryW((folder.path + L"\\" + folder.id + L".xml").c_str(), nullptr));
+// A document that cannot be opened is listed all the same; a folder name longer than its buffer
+// of 32 characters fails before it is listed.
+TEST_F(HandOffTest, FailuresReturnZero) {
+    Folder blocked = NewStagingFolder();
+    Block(blocked);
+    std::wstring longName = m_temp.Path() + L"a_folder_name_of_more_than_31_chars";
+    ASSERT_TRUE(CreateDirectoryW(longName.c_str(), nullptr));
+    WriteFileBytes(longName + L"\\x.txt", "x");
 
-    EXPECT_EQ(WriteHandOff(file.c_str(), nullptr, nullptr, m_list, 0), 0);
-    EXPECT_EQ(m_list, HandOffList{folder.id});
+    EXPECT_EQ(WriteHandOff(Stage(blocked, L"Bericht.docx").c_str(), nullptr, nullptr, m_list, 0),
+              0);
+    EXPECT_EQ(WriteHandOff((longName + L"\\x.txt").c_str(), nullptr, nullptr, m_list, 0), 0);
+    EXPECT_EQ(m_list, HandOffList{blocked.id});
 }
 
-TEST_F(HandOffTest, AFolderNameTooLongForItsBufferFailsWithoutListing) {
-    std::wstring folder = m_temp.Path() + L"a_folder_name_of_more_than_31_chars";
-    ASSERT_TRUE(CreateDirectoryW(folder.c_str(), nullptr));
-    std::wstring file = folder + L"\\x.txt";
-    WriteFileBytes(file, "x");
-
-    EXPECT_EQ(WriteHandOff(file.c_str(), nullptr, nullptr, m_list, 0), 0);
-    EXPECT_TRUE(m_list.empty());
-}
-
-TEST_F(HandOffTest, WriteHandOffsStopsAtTheFirstFailureAndPairsPathsWithMaps) {
-    Folder good = NewStagingFolder();
-    Folder bad = NewStagingFolder();
-    Folder never = NewStagingFolder();
-    ASSERT_TRUE(CreateDirectoryW((bad.path + L"\\" + bad.id + L".xml").c_str(), nullptr));
+TEST_F(HandOffTest, WriteHandOffsPairsPathsWithMapsAndStopsAtTheFirstFailure) {
+    const Folder folders[] = {NewStagingFolder(), NewStagingFolder(), NewStagingFolder()};
+    Block(folders[1]);
     std::vector<PathBuffer> paths(3);
     std::vector<PropertyMap> maps(3);
-    const Folder* folders[] = {&good, &bad, &never};
     for (size_t i = 0; i < 3; ++i) {
-        std::wstring file = Stage(*folders[i], L"mail.msg");
-        wcscpy(paths[i].data(), file.c_str());
+        wcscpy(paths[i].data(), Stage(folders[i], L"mail.msg").c_str());
         maps[i].Add(L"OTL_MSG_SUBJECT", (L"mail " + std::to_wstring(i)).c_str());
     }
 
+    EXPECT_EQ(WriteHandOffs(paths.data(), nullptr, 0, m_list, 0), 1);
+    EXPECT_EQ(WriteHandOffs(paths.data(), nullptr, -1, m_list, 0), 1);
+    EXPECT_TRUE(m_list.empty());
     EXPECT_EQ(WriteHandOffs(paths.data(), maps.data(), 3, m_list, 1), 0);
 
-    EXPECT_EQ(m_list, (HandOffList{good.id, bad.id}));
-    std::string first = HandOffOf(good);
-    EXPECT_NE(first.find("<![CDATA[mail 0]]>"), std::string::npos) << first;
-    EXPECT_NE(first.find("<deletemail>1</deletemail>"), std::string::npos);
-    EXPECT_FALSE(FileExists(never.path + L"\\" + never.id + L".xml"));
+    EXPECT_EQ(m_list, (HandOffList{folders[0].id, folders[1].id}));
+    std::string first = ReadFileBytes(folders[0].Document());
+    EXPECT_TRUE(Contains(first, "<![CDATA[mail 0]]>")) << first;
+    EXPECT_TRUE(Contains(first, "<deletemail>1</deletemail>"));
+    EXPECT_FALSE(FileExists(folders[2].Document()));
+    // Without maps: no properties.
+    EXPECT_EQ(WriteHandOffs(paths.data(), nullptr, 1, m_list, 0), 1);
+    EXPECT_FALSE(Contains(ReadFileBytes(folders[0].Document()), "<property"));
 }
 
-TEST_F(HandOffTest, WriteHandOffsWithoutMapsOrEntries) {
-    Folder folder = NewStagingFolder();
-    PathBuffer path{};
-    wcscpy(path.data(), Stage(folder, L"Anhang.pdf").c_str());
+// --- WriteHandOffsForFiles: a buffer of NUL-terminated paths, as the connector's object names
+// them.
 
-    EXPECT_EQ(WriteHandOffs(nullptr, nullptr, 0, m_list, 0), 1);
-    EXPECT_EQ(WriteHandOffs(&path, nullptr, -1, m_list, 0), 1);
-    EXPECT_TRUE(m_list.empty());
-    EXPECT_EQ(WriteHandOffs(&path, nullptr, 1, m_list, 0), 1);
-    EXPECT_EQ(HandOffOf(folder).find("<property"), std::string::npos);
-}
-
-class HandOffsForFilesTest : public HandOffTest {
-protected:
-    static std::wstring FileList(std::initializer_list<std::wstring> files) {
-        std::wstring buffer;
-        for (const std::wstring& file : files) {
-            buffer += file;
-            buffer.push_back(L'\0');
-        }
-        return buffer;
+std::wstring FileList(std::initializer_list<std::wstring> files) {
+    std::wstring buffer;
+    for (const std::wstring& file : files) {
+        buffer += file;
+        buffer.push_back(L'\0');
     }
-    Folder FolderOfListEntry(size_t index) {
-        std::wstring path = m_temp.Inbox() + m_list.at(index);
-        return {path, m_list.at(index)};
-    }
-
-    ScratchFolder m_outside;
-};
-
-TEST_F(HandOffsForFilesTest, AMissingFileEndsTheWalkWithSuccess) {
-    Folder folder = NewStagingFolder();
-    std::wstring files = FileList(
-        {Stage(folder, L"eins.pdf"), folder.path + L"\\fehlt.pdf", Stage(folder, L"drei.pdf")});
-
-    EXPECT_EQ(WriteHandOffsForFiles(files.c_str(), 3, nullptr, m_list, 0), 1);
-    EXPECT_EQ(m_list, HandOffList{folder.id});
+    return buffer;
 }
 
-TEST_F(HandOffsForFilesTest, ADirectoryEndsTheWalkWithSuccess) {
-    std::wstring files = FileList({m_outside.Path()});
+TEST_F(HandOffTest, StagedFilesKeepTheirFoldersAndAMissingFileOrAFolderEndsTheWalk) {
+    const Folder first = NewStagingFolder();
+    const Folder second = NewStagingFolder();
+    std::wstring files = FileList({Stage(first, L"a.msg"), Stage(second, L"b.msg"),
+                                   first.path + L"\\fehlt.pdf", Stage(first, L"c.msg")});
+
+    EXPECT_EQ(WriteHandOffsForFiles(files.c_str(), 4, nullptr, m_list, 1), 1);
+    EXPECT_EQ(m_list, (HandOffList{first.id, second.id}));
+    EXPECT_TRUE(Contains(ReadFileBytes(second.Document()), "<deletemail>1</deletemail>"));
+
+    files = FileList({m_temp.Path()});
     EXPECT_EQ(WriteHandOffsForFiles(files.c_str(), 1, nullptr, m_list, 0), 1);
-    EXPECT_TRUE(m_list.empty());
+    EXPECT_EQ(m_list.size(), 2u);
 }
 
-TEST_F(HandOffsForFilesTest, AForeignFileGetsAFreshEmptyStagingFolderAndIsNotCopied) {
-    std::wstring foreign = m_outside / L"Vertrag.pdf";
+TEST_F(HandOffTest, AForeignFileGetsAFreshEmptyStagingFolderAndIsNotCopied) {
+    ScratchFolder outside;
+    std::wstring foreign = outside / L"Vertrag.pdf";
     WriteFileBytes(foreign, "pdf");
     PropertyMap map;
     map.Add(L"SOURCE", L"connector");
-    std::wstring files = FileList({foreign});
 
-    ASSERT_EQ(WriteHandOffsForFiles(files.c_str(), 1, &map, m_list, 0), 1);
+    ASSERT_EQ(WriteHandOffsForFiles(FileList({foreign}).c_str(), 1, &map, m_list, 0), 1);
 
     ASSERT_EQ(m_list.size(), 1u);
     Folder fresh = FolderOfListEntry(0);
-    std::string xml = HandOffOf(fresh);
-    EXPECT_NE(xml.find("<path>" + ToUtf8(foreign) + "</path>"), std::string::npos) << xml;
-    EXPECT_NE(xml.find("<deletefile>" + ToUtf8(fresh.path) + "</deletefile>"), std::string::npos);
-    EXPECT_NE(xml.find("<property name=\"SOURCE\"><![CDATA[connector]]></property>"),
-              std::string::npos);
+    std::string xml = ReadFileBytes(fresh.Document());
+    EXPECT_TRUE(Contains(xml, "<path>" + ToUtf8(foreign) + "</path>")) << xml;
+    EXPECT_TRUE(Contains(xml, "<deletefile>" + ToUtf8(fresh.path) + "</deletefile>"));
+    EXPECT_TRUE(Contains(xml, "<property name=\"SOURCE\"><![CDATA[connector]]></property>"));
     EXPECT_FALSE(FileExists(fresh.path + L"\\Vertrag.pdf"));
 }
 
-TEST_F(HandOffsForFilesTest, AStagedFileAfterAForeignOneReusesTheForeignFilesFolder) {
-    std::wstring foreign = m_outside / L"Vertrag.pdf";
+// The fresh folder is found once per list: a staged file after a foreign one is written against
+// the foreign file's folder, where its hand-off replaces the first.
+TEST_F(HandOffTest, AStagedFileAfterAForeignOneReusesTheForeignFilesFolder) {
+    ScratchFolder outside;
+    std::wstring foreign = outside / L"Vertrag.pdf";
     WriteFileBytes(foreign, "pdf");
     Folder own = NewStagingFolder();
     std::wstring staged = Stage(own, L"Anlage.pdf");
-    std::wstring files = FileList({foreign, staged});
 
-    ASSERT_EQ(WriteHandOffsForFiles(files.c_str(), 2, nullptr, m_list, 0), 1);
+    ASSERT_EQ(WriteHandOffsForFiles(FileList({foreign, staged}).c_str(), 2, nullptr, m_list, 0), 1);
 
-    // Both hand-offs went to the folder made for the foreign file; the second replaced the first.
     ASSERT_EQ(m_list.size(), 2u);
     EXPECT_EQ(m_list[0], m_list[1]);
     EXPECT_NE(m_list[0], own.id);
-    std::string xml = HandOffOf(FolderOfListEntry(1));
-    EXPECT_NE(xml.find("<path>" + ToUtf8(staged) + "</path>"), std::string::npos) << xml;
-    EXPECT_FALSE(FileExists(own.path + L"\\" + own.id + L".xml"));
-}
-
-TEST_F(HandOffsForFilesTest, StagedFilesKeepTheirOwnFolders) {
-    Folder first = NewStagingFolder();
-    Folder second = NewStagingFolder();
-    std::wstring files = FileList({Stage(first, L"a.msg"), Stage(second, L"b.msg")});
-
-    ASSERT_EQ(WriteHandOffsForFiles(files.c_str(), 2, nullptr, m_list, 1), 1);
-    EXPECT_EQ(m_list, (HandOffList{first.id, second.id}));
-    EXPECT_NE(HandOffOf(second).find("<deletemail>1</deletemail>"), std::string::npos);
+    std::string xml = ReadFileBytes(FolderOfListEntry(1).Document());
+    EXPECT_TRUE(Contains(xml, "<path>" + ToUtf8(staged) + "</path>")) << xml;
+    EXPECT_FALSE(FileExists(own.Document()));
 }
 
 }  // namespace

@@ -1,7 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <optional>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -30,135 +28,30 @@ std::wstring AddinKeyPath(const std::wstring& host) {
     return OfficeKeyPath(host) + L"\\Addins\\" + kAddinProgId;
 }
 
-bool KeyExists(HKEY root, const std::wstring& path) {
-    UniqueHKey key;
-    return RegOpenKeyExW(root, path.c_str(), 0, KEY_READ, key.put()) == ERROR_SUCCESS;
-}
-
-// A REG_SZ value (the default value for an empty name); nothing when it is missing or of another
-// type.
-std::optional<std::wstring> ReadText(HKEY root, const std::wstring& path,
-                                     const std::wstring& name = L"") {
-    wchar_t text[2048];
-    DWORD size = sizeof text;
-    if (RegGetValueW(root, path.c_str(), name.empty() ? nullptr : name.c_str(), RRF_RT_REG_SZ,
-                     nullptr, text, &size) != ERROR_SUCCESS) {
-        return std::nullopt;
-    }
-    return std::wstring(text);
-}
-
-std::optional<DWORD> ReadNumber(HKEY root, const std::wstring& path, const std::wstring& name) {
-    DWORD number = 0;
-    DWORD size = sizeof number;
-    if (RegGetValueW(root, path.c_str(), name.c_str(), RRF_RT_REG_DWORD, nullptr, &number, &size) !=
-        ERROR_SUCCESS) {
-        return std::nullopt;
-    }
-    return number;
-}
-
-// The names of a key's values, sorted; the default value is the empty name.
-std::vector<std::wstring> ValueNames(HKEY root, const std::wstring& path) {
-    std::vector<std::wstring> names;
-    UniqueHKey key;
-    if (RegOpenKeyExW(root, path.c_str(), 0, KEY_READ, key.put()) != ERROR_SUCCESS) {
-        return names;
-    }
-    for (DWORD index = 0;; ++index) {
-        wchar_t name[256];
-        DWORD length = 256;
-        if (RegEnumValueW(key.get(), index, name, &length, nullptr, nullptr, nullptr, nullptr) !=
-            ERROR_SUCCESS) {
-            break;
-        }
-        names.emplace_back(name, length);
-    }
-    std::sort(names.begin(), names.end());
-    return names;
-}
-
-// A key that holds neither values nor subkeys was made by the registration, not by the prefix.
-void DeleteIfEmpty(const std::wstring& path) {
-    UniqueHKey key;
-    DWORD subkeys = 0;
-    DWORD values = 0;
-    if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, path.c_str(), 0, KEY_READ, key.put()) == ERROR_SUCCESS &&
-        RegQueryInfoKeyW(key.get(), nullptr, nullptr, nullptr, &subkeys, nullptr, nullptr, &values,
-                         nullptr, nullptr, nullptr, nullptr) == ERROR_SUCCESS &&
-        subkeys == 0 && values == 0) {
-        key.reset();
-        RegDeleteKeyW(HKEY_LOCAL_MACHINE, path.c_str());
-    }
-}
-
-// Removes whatever a registration of the add-in writes outside the settings keys (those are the
-// RegistrySandbox's): both classes and the Office hosts' add-in keys, with the host keys left
-// empty by them.
-void RemoveRegistration() {
-    for (const std::wstring& key :
-         {L"CLSID\\" + kAddinClsid, L"CLSID\\" + kConnectorClsid, kAddinProgId, kConnectorProgId}) {
-        RegDeleteTreeW(HKEY_CLASSES_ROOT, key.c_str());
-    }
-    for (const wchar_t* host : kOfficeHosts) {
-        RegDeleteTreeW(HKEY_LOCAL_MACHINE, AddinKeyPath(host).c_str());
-        DeleteIfEmpty(OfficeKeyPath(host) + L"\\Addins");
-        DeleteIfEmpty(OfficeKeyPath(host));
-    }
-    DeleteIfEmpty(L"Software\\Microsoft\\Office");
-}
-
-// Each test starts from a registry without the add-in and an installation folder of its own; the
-// built module is loaded into the test process for the registrations that show messages.
+// The built module, loaded for the registrations made in-process, and an installation folder for
+// "setup.ini".
 class RegistrationTest : public testing::Test {
 protected:
-    RegistrationTest() { RemoveRegistration(); }
-    ~RegistrationTest() override { RemoveRegistration(); }
-
     void SetUp() override {
         m_module.reset(LoadLibraryW(BuiltAddinPath().c_str()));
         ASSERT_TRUE(m_module) << "cannot load " << ToUtf8(BuiltAddinPath());
         wchar_t path[MAX_PATH];
         m_modulePath.assign(path, GetModuleFileNameW(m_module.get(), path, MAX_PATH));
         m_moduleFolder = m_modulePath.substr(0, m_modulePath.find_last_of(L'\\'));
-        m_register = reinterpret_cast<HRESULT(STDAPICALLTYPE*)()>(
-            reinterpret_cast<void*>(GetProcAddress(m_module.get(), "DllRegisterServer")));
-        ASSERT_NE(m_register, nullptr);
     }
 
-    // Writes "setup.ini" into the installation folder byte for byte.
     void WriteSetup(const std::string& bytes) {
         WriteFileBytes(m_installation / L"setup.ini", bytes);
     }
 
-    // Runs the prefix's regsvr32 silently on the built module from the installation folder and
-    // returns its exit code, 0 on success.
-    DWORD RunRegsvr32(const std::wstring& options) {
-        std::wstring command = L"regsvr32.exe " + options + L" \"" + BuiltAddinPath() + L"\"";
-        STARTUPINFOW startup{};
-        startup.cb = sizeof startup;
-        PROCESS_INFORMATION started{};
-        if (!CreateProcessW(nullptr /* application: from the command line */, command.data(),
-                            nullptr, nullptr, FALSE /* inherit handles */, 0, nullptr,
-                            m_installation.Path().c_str(), &startup, &started)) {
-            ADD_FAILURE() << "cannot start regsvr32, error " << GetLastError();
-            return ~0u;
-        }
-        UniqueHandle process(started.hProcess);
-        CloseHandle(started.hThread);
-        // A regsvr32 that never ends is reported by the watchdog of the test program.
-        WaitForSingleObject(process.get(), INFINITE);
-        DWORD exitCode = ~0u;
-        GetExitCodeProcess(process.get(), &exitCode);
-        return exitCode;
-    }
-
-    // Calls DllRegisterServer of the loaded module from the installation folder.
+    // DllRegisterServer of the loaded module, called from the installation folder.
     HRESULT RegisterInProcess() {
+        auto registerServer = reinterpret_cast<HRESULT(STDAPICALLTYPE*)()>(
+            reinterpret_cast<void*>(GetProcAddress(m_module.get(), "DllRegisterServer")));
         wchar_t old[MAX_PATH];
         GetCurrentDirectoryW(MAX_PATH, old);
         SetCurrentDirectoryW(m_installation.Path().c_str());
-        HRESULT hr = m_register();
+        HRESULT hr = registerServer();
         SetCurrentDirectoryW(old);
         return hr;
     }
@@ -166,20 +59,20 @@ protected:
     // The entries of a class as the registration writes them, or none of them.
     void ExpectClass(bool registered, const std::wstring& clsid, const std::wstring& progId,
                      const std::wstring& name) {
-        const std::wstring clsidKey = L"CLSID\\" + clsid;
+        const std::wstring key = L"CLSID\\" + clsid;
         if (!registered) {
-            EXPECT_FALSE(KeyExists(HKEY_CLASSES_ROOT, clsidKey)) << ToUtf8(clsid);
+            EXPECT_FALSE(KeyExists(HKEY_CLASSES_ROOT, key)) << ToUtf8(clsid);
             EXPECT_FALSE(KeyExists(HKEY_CLASSES_ROOT, progId)) << ToUtf8(progId);
             return;
         }
-        EXPECT_EQ(ReadText(HKEY_CLASSES_ROOT, clsidKey), name);
-        EXPECT_EQ(ReadText(HKEY_CLASSES_ROOT, clsidKey + L"\\InprocServer32"), m_modulePath);
+        EXPECT_EQ(ReadText(HKEY_CLASSES_ROOT, key, nullptr), name);
+        EXPECT_EQ(ReadText(HKEY_CLASSES_ROOT, key + L"\\InprocServer32", nullptr), m_modulePath);
         // No ThreadingModel: the host's main apartment.
-        EXPECT_EQ(ValueNames(HKEY_CLASSES_ROOT, clsidKey + L"\\InprocServer32"),
+        EXPECT_EQ(ValueNames(HKEY_CLASSES_ROOT, key + L"\\InprocServer32"),
                   std::vector<std::wstring>{L""});
-        EXPECT_EQ(ReadText(HKEY_CLASSES_ROOT, clsidKey + L"\\ProgID"), progId);
-        EXPECT_EQ(ReadText(HKEY_CLASSES_ROOT, progId), name);
-        EXPECT_EQ(ReadText(HKEY_CLASSES_ROOT, progId + L"\\CLSID"), clsid);
+        EXPECT_EQ(ReadText(HKEY_CLASSES_ROOT, key + L"\\ProgID", nullptr), progId);
+        EXPECT_EQ(ReadText(HKEY_CLASSES_ROOT, progId, nullptr), name);
+        EXPECT_EQ(ReadText(HKEY_CLASSES_ROOT, progId + L"\\CLSID", nullptr), clsid);
     }
     void ExpectClasses(bool addin, bool connector) {
         ExpectClass(addin, kAddinClsid, kAddinProgId, kAddinName);
@@ -187,7 +80,7 @@ protected:
     }
 
     // The hosts that have the add-in key, in kOfficeHosts order and separated by blanks.
-    std::wstring HostsWithAddinKey() {
+    static std::wstring HostsWithAddinKey() {
         std::wstring hosts;
         for (const wchar_t* host : kOfficeHosts) {
             if (KeyExists(HKEY_LOCAL_MACHINE, AddinKeyPath(host))) {
@@ -197,12 +90,52 @@ protected:
         return hosts;
     }
 
-    RegistrySandbox m_registry;
     ScratchFolder m_installation;
     UniqueHModule m_module;
     std::wstring m_modulePath;    // as GetModuleFileNameW gives it
     std::wstring m_moduleFolder;  // the same without the file name
-    HRESULT(STDAPICALLTYPE* m_register)() = nullptr;
+};
+
+// --- regsvr32, in a child process, on the prefix's registry.
+
+// A key that holds neither values nor subkeys was made by the registration, not by the prefix.
+void DeleteIfEmpty(const std::wstring& path) {
+    UniqueHKey key;
+    DWORD subkeys = 1;
+    DWORD values = 1;
+    if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, path.c_str(), 0, KEY_READ, key.put()) == ERROR_SUCCESS) {
+        RegQueryInfoKeyW(key.get(), nullptr, nullptr, nullptr, &subkeys, nullptr, nullptr, &values,
+                         nullptr, nullptr, nullptr, nullptr);
+    }
+    if (subkeys == 0 && values == 0) {
+        key.reset();
+        RegDeleteKeyW(HKEY_LOCAL_MACHINE, path.c_str());
+    }
+}
+
+// The prefix's own keys for the life of the test, cleared of the add-in before and after.
+class PrefixRegistration {
+public:
+    PrefixRegistration() { Remove(); }
+    ~PrefixRegistration() { Remove(); }
+
+private:
+    void Remove() {
+        for (const std::wstring& key : {L"CLSID\\" + kAddinClsid, L"CLSID\\" + kConnectorClsid,
+                                        kAddinProgId, kConnectorProgId}) {
+            RegDeleteTreeW(HKEY_CLASSES_ROOT, key.c_str());
+        }
+        for (const wchar_t* host : kOfficeHosts) {
+            RegDeleteTreeW(HKEY_LOCAL_MACHINE, AddinKeyPath(host).c_str());
+            DeleteIfEmpty(OfficeKeyPath(host) + L"\\Addins");
+            DeleteIfEmpty(OfficeKeyPath(host));
+        }
+        DeleteIfEmpty(L"Software\\Microsoft\\Office");
+        m_settings.Wipe();
+    }
+
+    PrefixRegistry m_prefix;
+    RegistrySandbox m_settings;
 };
 
 // With a byte order mark; setting names in any case; list lines numbered across their spellings.
@@ -222,10 +155,32 @@ constexpr char kFullSetup[] =
     "Unknown=value\r\n"
     "l=de\r\n";
 
+// regsvr32 loads the module in a process of its own, which does not share the test process's
+// private registry roots: this one test reads and writes the prefix's keys of the add-in, which
+// no other test touches.
 TEST_F(RegistrationTest, Regsvr32RegistersEverythingAndUnregisterRemovesIt) {
+    PrefixRegistration prefix;
     WriteSetup(kFullSetup);
+    auto regsvr32 = [this](const std::wstring& options) {
+        std::wstring command = L"regsvr32.exe " + options + L" \"" + BuiltAddinPath() + L"\"";
+        STARTUPINFOW startup{};
+        startup.cb = sizeof startup;
+        PROCESS_INFORMATION started{};
+        if (!CreateProcessW(nullptr /* application: from the command line */, command.data(),
+                            nullptr, nullptr, FALSE /* inherit handles */, 0, nullptr,
+                            m_installation.Path().c_str(), &startup, &started)) {
+            return ~0ul;
+        }
+        UniqueHandle process(started.hProcess);
+        CloseHandle(started.hThread);
+        // A regsvr32 that never ends is reported by the watchdog of the test program.
+        WaitForSingleObject(process.get(), INFINITE);
+        DWORD exitCode = ~0u;
+        GetExitCodeProcess(process.get(), &exitCode);
+        return exitCode;
+    };
 
-    ASSERT_EQ(RunRegsvr32(L"/s"), 0u);
+    ASSERT_EQ(regsvr32(L"/s"), 0u);
 
     ExpectClasses(true, true);
     EXPECT_EQ(HostsWithAddinKey(), L"Excel PowerPoint Word Outlook");
@@ -240,7 +195,6 @@ TEST_F(RegistrationTest, Regsvr32RegistersEverythingAndUnregisterRemovesIt) {
         EXPECT_EQ(ReadText(HKEY_LOCAL_MACHINE, key, L"FriendlyName"), kAddinName);
         EXPECT_EQ(ReadText(HKEY_LOCAL_MACHINE, key, L"Description"), kAddinName);
     }
-
     const std::wstring settings = RegistrySandbox::MachinePath();
     EXPECT_EQ(ValueNames(HKEY_LOCAL_MACHINE, settings),
               (std::vector<std::wstring>{L"Attachments", L"DeleteArcDocs", L"Dir", L"Nosettings",
@@ -250,7 +204,7 @@ TEST_F(RegistrationTest, Regsvr32RegistersEverythingAndUnregisterRemovesIt) {
     EXPECT_EQ(ReadText(HKEY_LOCAL_MACHINE, settings, L"Params2"),
               StorageTarget(L"Angebote", L"3", L"4"));
     EXPECT_EQ(ReadText(HKEY_LOCAL_MACHINE, settings, L"Params3"),
-              StorageTarget(L"Verträge", L"5", L"6"));
+              StorageTarget(L"Vertr\u00E4ge", L"5", L"6"));
     EXPECT_EQ(ReadNumber(HKEY_LOCAL_MACHINE, settings, L"Attachments"), 1u);
     EXPECT_EQ(ReadNumber(HKEY_LOCAL_MACHINE, settings, L"DeleteArcDocs"), 0u);
     // Switches take "yes" only: "1" switches nothing on.
@@ -258,17 +212,32 @@ TEST_F(RegistrationTest, Regsvr32RegistersEverythingAndUnregisterRemovesIt) {
     EXPECT_EQ(ReadText(HKEY_LOCAL_MACHINE, settings, L"l"), L"de");
     EXPECT_EQ(ReadText(HKEY_LOCAL_MACHINE, settings, L"Dir"), m_moduleFolder);
 
-    m_registry.SetUserString(L"LastStartCenterConfig", L"Rechnungen");
-    EXPECT_EQ(RunRegsvr32(L"/u /s"), 0u);
+    SetText(HKEY_CURRENT_USER, RegistrySandbox::UserPath(), L"LastStartCenterConfig",
+            L"Rechnungen");
+    EXPECT_EQ(regsvr32(L"/u /s"), 0u);
 
     ExpectClasses(false, false);
     EXPECT_EQ(HostsWithAddinKey(), L"");
-    EXPECT_FALSE(KeyExists(HKEY_LOCAL_MACHINE, RegistrySandbox::MachinePath()));
-    EXPECT_FALSE(KeyExists(HKEY_CURRENT_USER, RegistrySandbox::MachinePath()));
-    EXPECT_EQ(RunRegsvr32(L"/u /s"), 0u) << "a repeated unregistration fails";
+    EXPECT_FALSE(KeyExists(HKEY_LOCAL_MACHINE, settings));
+    EXPECT_FALSE(KeyExists(HKEY_CURRENT_USER, settings));
+    EXPECT_EQ(regsvr32(L"/u /s"), 0u) << "a repeated unregistration fails";
 }
 
-// --- What the host lines of setup.ini register, and the setups that are refused.
+// --- DllRegisterServer in-process, on the test process's private roots.
+
+class InProcessRegistrationTest : public RegistrationTest {
+protected:
+    InProcessRegistrationTest() { Clear(); }
+    ~InProcessRegistrationTest() override { Clear(); }
+    // What a test made outside the keys the members clear, volatile keys among them.
+    static void Clear() {
+        RegDeleteTreeW(HKEY_LOCAL_MACHINE, L"Software\\Microsoft\\Office");
+        RegDeleteTreeW(HKEY_LOCAL_MACHINE, L"Software\\talvorn");
+    }
+
+    PrivateClassesRoot m_classes;
+    RegistrySandbox m_registry;
+};
 
 struct SetupCase {
     const char* name;
@@ -280,7 +249,8 @@ struct SetupCase {
 
 void PrintTo(const SetupCase& setup, std::ostream* out) { *out << setup.name; }
 
-class SetupTest : public RegistrationTest, public testing::WithParamInterface<SetupCase> {};
+class SetupTest : public InProcessRegistrationTest,
+                  public testing::WithParamInterface<SetupCase> {};
 
 TEST_P(SetupTest, RegistersExactlyTheChosenHostsAndClasses) {
     const SetupCase& setup = GetParam();
@@ -323,5 +293,27 @@ INSTANTIATE_TEST_SUITE_P(
                         L"Failed to install the Office Addin or COM interface.\r\nPlease check "
                         L"parameters in file setup.ini"}),
     [](const testing::TestParamInfo<SetupCase>& info) { return std::string(info.param.name); });
+
+// A stable key cannot be made below a volatile one (ERROR_CHILD_MUST_BE_VOLATILE, also under
+// Wine): a volatile "Addins" key makes its host's add-in key unwritable, a volatile "talvorn" key
+// the settings key.
+TEST_F(InProcessRegistrationTest, AnUnwritableHostKeyIsReportedAndTheRegistrationGoesOn) {
+    CreateKey(HKEY_LOCAL_MACHINE, OfficeKeyPath(L"Excel"));
+    CreateKey(HKEY_LOCAL_MACHINE, OfficeKeyPath(L"Excel") + L"\\Addins", REG_OPTION_VOLATILE);
+    CreateKey(HKEY_LOCAL_MACHINE, L"Software\\talvorn", REG_OPTION_VOLATILE);
+    WriteSetup("MSExcel=yes\r\nMSWord=yes\r\n");
+    WindowWatcher watcher;
+    watcher.Expect(L"RegisterCOMAddin").Click(IDOK);
+
+    // The settings' result: the unwritable host changes nothing in it.
+    EXPECT_EQ(RegisterInProcess(), E_ACCESSDENIED);
+
+    watcher.Verify();
+    std::vector<WindowWatcher::Window> seen = watcher.Seen();
+    ASSERT_EQ(seen.size(), 1u);
+    EXPECT_TRUE(seen[0].HasText(L"Failed to create registry key error 000003FD\n")) << seen[0];
+    EXPECT_EQ(HostsWithAddinKey(), L"Word");
+    ExpectClasses(true, false);
+}
 
 }  // namespace

@@ -12,107 +12,98 @@
 
 namespace {
 
-const std::wstring kCaption = L"Dokument ablegen";
-
-class SelectDialogTest : public testing::Test {
-protected:
-    void UseTargets(const std::vector<std::wstring>& labels) {
-        std::vector<std::wstring> targets;
-        for (size_t i = 0; i < labels.size(); ++i) {
-            targets.push_back(StorageTarget(labels[i], std::to_wstring(i + 1), L"1"));
-        }
-        m_registry.SetMachineTargets(targets);
-        m_settings.LoadSettings();
-    }
-    // The dialog as the watcher saw it: its one window and its combo box.
-    WindowWatcher::Window Shown() {
-        std::vector<WindowWatcher::Window> seen = m_watcher.Seen();
-        EXPECT_EQ(seen.size(), 1u);
-        return seen.empty() ? WindowWatcher::Window{} : seen[0];
-    }
-    std::wstring Remembered() { return m_registry.UserString(kLastStartCenterConfig); }
-
-    RegistrySandbox m_registry;
-    CTDCSettings m_settings;
-    WindowWatcher m_watcher;
+struct DialogCase {
+    const char* name;
+    std::vector<std::wstring> labels;  // of the targets "Params1", "Params2", ...
+    const wchar_t* remembered;         // "LastStartCenterConfig" before, or none
+    const wchar_t* pick;               // the entry the user picks, or none
+    std::vector<int> clicks;
+    const wchar_t* preselected;
+    INT_PTR result;
+    const wchar_t* rememberedAfter;  // or none
 };
 
-TEST_F(SelectDialogTest, ShowsGermanTextsAndPreselectsTheRememberedLabelIgnoringCase) {
-    UseTargets({L"Angebote", L"Archiv", L"Rechnungen"});
-    m_registry.SetUserString(kLastStartCenterConfig, L"archiv");
-    m_watcher.Expect(kCaption).Click(IDOK);
+void PrintTo(const DialogCase& row, std::ostream* out) { *out << row.name; }
 
-    EXPECT_EQ(ShowSelectStorageTargetDialog(&m_settings), 1);
+class SelectDialogTest : public testing::TestWithParam<DialogCase> {};
 
-    m_watcher.Verify();
-    WindowWatcher::Window dialog = Shown();
+TEST_P(SelectDialogTest, ListsTheTargetsPreselectsTheRememberedOneAndRemembersThePick) {
+    const DialogCase& row = GetParam();
+    RegistrySandbox registry;
+    std::vector<std::wstring> targets;
+    for (const std::wstring& label : row.labels) {
+        targets.push_back(StorageTarget(label, L"1", L"1"));
+    }
+    registry.SetMachineTargets(targets);
+    if (row.remembered) {
+        registry.SetUserString(kLastStartCenterConfig, row.remembered);
+    }
+    CTDCSettings settings;
+    ASSERT_EQ(settings.LoadSettings(), S_OK);
+    WindowWatcher watcher;
+    WindowWatcher::Expectation answer = watcher.Expect(L"Dokument ablegen");
+    if (row.pick) {
+        answer.SelectInCombo(IDC_STORAGE_TARGETS, row.pick);
+    }
+    for (int click : row.clicks) {
+        answer.Click(click);
+    }
+
+    EXPECT_EQ(ShowSelectStorageTargetDialog(&settings), row.result);
+
+    watcher.Verify();
+    std::vector<WindowWatcher::Window> seen = watcher.Seen();
+    ASSERT_EQ(seen.size(), 1u);
+    const WindowWatcher::Window& dialog = seen[0];
     EXPECT_EQ(dialog.FindControl(IDOK)->text, L"Ok");
     EXPECT_EQ(dialog.FindControl(IDCANCEL)->text, L"Abbrechen");
     EXPECT_EQ(dialog.FindControl(IDC_SELECT_LABEL)->text, L"W\u00E4hlen Sie einen Ablageort:");
-    const WindowWatcher::Control* combo = dialog.FindControl(IDC_STORAGE_TARGETS);
-    ASSERT_NE(combo, nullptr);
-    EXPECT_EQ(combo->items, (std::vector<std::wstring>{L"Angebote", L"Archiv", L"Rechnungen"}));
-    EXPECT_EQ(combo->text, L"Archiv");
-    EXPECT_EQ(Remembered(), L"Archiv");
+    // Unsorted: the order of the targets' value names.
+    EXPECT_EQ(dialog.FindControl(IDC_STORAGE_TARGETS)->items, row.labels);
+    EXPECT_EQ(dialog.FindControl(IDC_STORAGE_TARGETS)->text, row.preselected);
+    bool found = false;
+    std::wstring remembered = registry.UserString(kLastStartCenterConfig, &found);
+    EXPECT_EQ(found, row.rememberedAfter != nullptr);
+    EXPECT_EQ(remembered, row.rememberedAfter ? row.rememberedAfter : L"");
 }
 
-TEST_F(SelectDialogTest, TheLastOfSeveralMatchingLabelsIsPreselected) {
-    UseTargets({L"Archiv", L"Angebote", L"ARCHIV"});
-    m_registry.SetUserString(kLastStartCenterConfig, L"archiv");
-    m_watcher.Expect(kCaption).Click(IDCANCEL);
+INSTANTIATE_TEST_SUITE_P(
+    Choices, SelectDialogTest,
+    testing::Values(
+        DialogCase{"RememberedLabelIgnoringCase",
+                   {L"Rechnungen", L"Archiv", L"Angebote"},
+                   L"archiv",
+                   nullptr,
+                   {IDOK},
+                   L"Archiv",
+                   1,
+                   L"Archiv"},
+        DialogCase{"LastOfSeveralMatches",
+                   {L"Archiv", L"Angebote", L"ARCHIV"},
+                   L"archiv",
+                   nullptr,
+                   {IDCANCEL},
+                   L"ARCHIV",
+                   0,
+                   L"archiv"},
+        DialogCase{"ForgottenLabelGivesTheFirst",
+                   {L"Angebote", L"Rechnungen"},
+                   L"Vertr\u00E4ge",
+                   L"Rechnungen",
+                   {IDOK},
+                   L"Angebote",
+                   1,
+                   L"Rechnungen"},
+        // Without targets nothing is selected: OK does nothing, only Cancel ends the dialog.
+        DialogCase{"NoTargets", {}, nullptr, nullptr, {IDOK, IDCANCEL}, L"", 0, nullptr}),
+    [](const testing::TestParamInfo<DialogCase>& info) { return std::string(info.param.name); });
 
-    EXPECT_EQ(ShowSelectStorageTargetDialog(&m_settings), 0);
-
-    EXPECT_EQ(Shown().FindControl(IDC_STORAGE_TARGETS)->text, L"ARCHIV");
-    EXPECT_EQ(Remembered(), L"archiv");
-}
-
-TEST_F(SelectDialogTest, AForgottenLabelPreselectsTheFirstAndAPickIsRemembered) {
-    UseTargets({L"Angebote", L"Rechnungen"});
-    m_registry.SetUserString(kLastStartCenterConfig, L"Vertr\u00E4ge");
-    m_watcher.Expect(kCaption).SelectInCombo(IDC_STORAGE_TARGETS, L"Rechnungen").Click(IDOK);
-
-    EXPECT_EQ(ShowSelectStorageTargetDialog(&m_settings), 1);
-
-    m_watcher.Verify();
-    EXPECT_EQ(Shown().FindControl(IDC_STORAGE_TARGETS)->text, L"Angebote");
-    EXPECT_EQ(Remembered(), L"Rechnungen");
-}
-
-TEST_F(SelectDialogTest, ElevenTargetsAreListedInTheOrderOfTheirValueNames) {
-    std::vector<std::wstring> labels;
-    for (int i = 1; i <= 11; ++i) {
-        labels.push_back(L"Ziel " + std::to_wstring(i));
-    }
-    UseTargets(labels);
-    m_watcher.Expect(kCaption).Click(IDCANCEL);
-
-    ShowSelectStorageTargetDialog(&m_settings);
-
-    EXPECT_EQ(Shown().FindControl(IDC_STORAGE_TARGETS)->items,
-              (std::vector<std::wstring>{L"Ziel 1", L"Ziel 10", L"Ziel 11", L"Ziel 2", L"Ziel 3",
-                                         L"Ziel 4", L"Ziel 5", L"Ziel 6", L"Ziel 7", L"Ziel 8",
-                                         L"Ziel 9"}));
-}
-
-TEST_F(SelectDialogTest, WithoutTargetsOkDoesNothingAndOnlyCancelEnds) {
-    m_registry.SetMachineNumber(L"Attachments", 1);
-    m_settings.LoadSettings();
-    m_watcher.Expect(kCaption).Click(IDOK).Click(IDCANCEL);
-
-    EXPECT_EQ(ShowSelectStorageTargetDialog(&m_settings), 0);
-
-    m_watcher.Verify();
-    bool found = true;
-    m_registry.UserString(kLastStartCenterConfig, &found);
-    EXPECT_FALSE(found);
-}
-
-TEST_F(SelectDialogTest, WithoutSettingsItEndsAtOnceAndLogs) {
+TEST(SelectDialog, WithoutSettingsItEndsAtOnceAndLogs) {
+    WindowWatcher watcher;
     LogCapture log;
     EXPECT_EQ(ShowSelectStorageTargetDialog(nullptr), 0);
     EXPECT_TRUE(log.Contains(L"[ERR] Fatal error in select dialog! Settings not initialized!\n"));
-    m_watcher.ExpectNoUnexpected();
+    watcher.Verify();
 }
 
 }  // namespace

@@ -22,16 +22,3 @@ private:
     std::wstring m_path;
     size_t m_start;
 };
-
-// Takes the "talvorn" URL handler out of the registry for the life of the object and puts it back
-// afterwards, so that the shell finds no program for the scheme.
-class UrlHandlerRemoval {
-public:
-    UrlHandlerRemoval();
-    ~UrlHandlerRemoval();
-    UrlHandlerRemoval(const UrlHandlerRemoval&) = delete;
-    UrlHandlerRemoval& operator=(const UrlHandlerRemoval&) = delete;
-
-private:
-    std::wstring m_command;
-};

@@ -1,6 +1,7 @@
-// The test programs' entry point. Each test process gets a temporary directory of its own, so the
-// staging area and the log of parallel test processes never meet, and a watchdog that ends a
-// hung test (a dialog nobody answers, a wait under Wine) with a message instead of a stuck run.
+// The test programs' entry point. Each test process gets a temporary directory and registry roots
+// of its own, so the staging area, the log and the settings of parallel test processes never
+// meet, and a watchdog that ends a hung test (a dialog nobody answers, a wait under Wine) with a
+// message instead of a stuck run.
 #include <gtest/gtest.h>
 #include <windows.h>
 
@@ -10,6 +11,7 @@
 
 #include "common/LogFile.h"
 #include "officesim/FakeDispatch.h"
+#include "support/RegistrySandbox.h"
 #include "support/TestFiles.h"
 
 namespace {
@@ -62,10 +64,12 @@ int main(int argc, char** argv) {
     testing::InitGoogleTest(&argc, argv);
     FakeDispatch::ReportMisuseTo([](const std::string& message) { ADD_FAILURE() << message; });
     std::wstring temp = UsePrivateTempDirectory();
+    UsePrivateRegistry();
     testing::UnitTest::GetInstance()->listeners().Append(new WatchdogListener);
     CloseHandle(CreateThread(nullptr, 0, Watchdog, nullptr, 0, nullptr));
     int result = RUN_ALL_TESTS();
     TheLog().Close();
+    DropPrivateRegistry();
     // A failed run keeps its folder (log, staging area) for a look afterwards.
     if (result == 0) {
         DeleteTree(temp);
