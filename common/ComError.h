@@ -6,6 +6,7 @@
 #include <windows.h>
 
 #include <exception>
+#include <new>
 
 class ComError : public std::exception {
 public:
@@ -17,7 +18,7 @@ private:
     HRESULT m_hr;
 };
 
-[[noreturn]] void ThrowComError(HRESULT hr);
+[[noreturn]] inline void ThrowComError(HRESULT hr) { throw ComError(hr); }
 
 inline void ThrowIfFailed(HRESULT hr) {
     if (FAILED(hr)) {
@@ -26,4 +27,14 @@ inline void ThrowIfFailed(HRESULT hr) {
 }
 
 // Call only inside a catch block: the HRESULT that stands for the exception in flight.
-HRESULT HResultFromCaughtException() noexcept;
+inline HRESULT HResultFromCaughtException() noexcept {
+    try {
+        throw;
+    } catch (const ComError& error) {
+        return error.Error();
+    } catch (const std::bad_alloc&) {
+        return E_OUTOFMEMORY;
+    } catch (...) {
+        return E_UNEXPECTED;
+    }
+}
