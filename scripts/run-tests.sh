@@ -20,5 +20,9 @@ trap 'wineserver -k >/dev/null 2>&1 || true' EXIT
 # ctest's output pipe open while it discovers the tests.
 wine cmd /c exit >/dev/null 2>&1 || true
 status=0
-ctest --test-dir "$BUILD_DIR" --output-on-failure -j2 --timeout 300 "$@" || status=$?
+# Rarely (twice in many runs, each time on a loaded machine) a test process ends within 0.1 s
+# without printing anything, before its test main runs; the same test passes when run again. Until
+# that is understood, a failed test gets one more run: ctest still prints the failed attempt.
+ctest --test-dir "$BUILD_DIR" --output-on-failure -j2 --timeout 300 --repeat until-pass:2 "$@" ||
+    status=$?
 exit $status
