@@ -1,24 +1,17 @@
-#include <gtest/gtest.h>
-
 #include <map>
 #include <ostream>
 #include <sstream>
 #include <string>
 #include <vector>
 
-#include "addin/OfficeInterfaces.h"
-#include "addin/Ribbon.h"
-#include "addin/TalvornAddin.h"
-#include "common/ComPtr.h"
+#include "addin/AddinTest.h"
 #include "common/HostKind.h"
 #include "common/ServerCounts.h"
 #include "common/Variant.h"
-#include "server/ComServer.h"
 #include "officesim/FakeDispatch.h"
 #include "support/BuiltModule.h"
 #include "support/ConnectorRecord.h"
 #include "support/FakeOffice.h"
-#include "support/RegistrySandbox.h"
 #include "support/TestFiles.h"
 #include "support/WindowWatcher.h"
 
@@ -28,23 +21,10 @@ constexpr HRESULT kHostFailure = E_ACCESSDENIED;
 const std::wstring kRibbonStartUp = L"[INF] cancel OnStartupComplete, we want to use Ribbons!\n";
 const std::wstring kRibbonShutdown = L"[INF] cancel OnBeginShutdown, we used Ribbons!\n";
 
-// An add-in object as a host gets it: from the class factory, through its first face.
-ComPtr<IDTExtensibility2> CreateAddin() {
-    ComPtr<IClassFactory> factory;
-    ComPtr<IDTExtensibility2> addin;
-    EXPECT_EQ(GetServerClassObject(CLSID_TalvornAddin, IID_IClassFactory, factory.put_void()),
-              S_OK);
-    if (factory) {
-        EXPECT_EQ(factory->CreateInstance(nullptr, IID_IDTExtensibility2, addin.put_void()), S_OK);
-    }
-    return addin;
-}
-
 // --- Connection to a host and the start-up work.
 
-// A scripted host Application with every object the start-up reads, and the machine-wide
-// settings key the add-in needs to start.
-class AddinLifecycleTest : public testing::Test {
+// A scripted host Application with every object the start-up reads.
+class AddinLifecycleTest : public AddinTest {
 protected:
     AddinLifecycleTest() {
         m_explorer->SetProperty(L"CommandBars", static_cast<IDispatch*>(m_explorerBars.get()));
@@ -55,7 +35,9 @@ protected:
             .SetProperty(L"Inspectors", static_cast<IDispatch*>(m_collection.get()))
             .SetProperty(L"CustomizationContext", static_cast<IDispatch*>(m_template.get()));
         Host(L"Microsoft Word", L"16.0.4266.1001", false);
-        for (FakeDispatch* object : HostObjects()) {
+        for (FakeDispatch* object :
+             {m_application.get(), m_explorer.get(), m_template.get(), m_commandBars.get(),
+              m_explorerBars.get(), m_collection.get()}) {
             m_startCounts[object] = object->RefCount();
         }
     }
@@ -64,23 +46,16 @@ protected:
         m_application->SetProperty(L"Name", name).SetProperty(L"Version", version);
         m_registry.SetMachineNumber(L"MultiProcess", multiProcess ? 1 : 0);
     }
-    CTalvornAddin& Addin() { return *static_cast<CTalvornAddin*>(m_addin.get()); }
     HRESULT Connect(ext_ConnectMode mode = ext_cm_AfterStartup) {
         return m_addin->OnConnection(m_application.get(), mode, nullptr, nullptr);
     }
-
     // The references the add-in took to the host objects are all handed back.
     void ExpectHostObjectsReleased() {
-        for (FakeDispatch* object : HostObjects()) {
-            EXPECT_EQ(object->RefCount(), m_startCounts[object]);
+        for (const auto& [object, count] : m_startCounts) {
+            EXPECT_EQ(object->RefCount(), count);
         }
     }
-    std::vector<FakeDispatch*> HostObjects() const {
-        return {m_application.get(), m_explorer.get(),     m_template.get(),
-                m_commandBars.get(), m_explorerBars.get(), m_collection.get()};
-    }
 
-    RegistrySandbox m_registry;
     ComPtr<FakeDispatch> m_application = FakeDispatch::Create();
     ComPtr<FakeDispatch> m_explorer = FakeDispatch::Create();
     ComPtr<FakeDispatch> m_template = FakeDispatch::Create();
@@ -88,21 +63,25 @@ protected:
     ComPtr<FakeDispatch> m_explorerBars = FakeDispatch::Create();
     ComPtr<FakeDispatch> m_collection = FakeDispatch::Create();
     std::map<FakeDispatch*, ULONG> m_startCounts;
-    ComPtr<IDTExtensibility2> m_addin = CreateAddin();
 };
 
 // At start-up and at shutdown the host makes its own calls (OnStartupComplete, OnBeginShutdown),
-// so the add-in leaves that work to them.
+// so the add-in leaves that work to them. Without the machine-wide settings nothing starts.
 TEST_F(AddinLifecycleTest, AStartupConnectionAndAHostShutdownLeaveTheWorkToTheHostsCalls) {
     EXPECT_EQ(m_addin->OnConnection(nullptr, ext_cm_AfterStartup, nullptr, nullptr), E_POINTER);
+    m_registry.Wipe();
+    LogCapture log;
     ASSERT_EQ(Connect(ext_cm_Startup), S_OK);
-    EXPECT_EQ(Addin().HostKind(), kHostNotConnected);
+    EXPECT_FALSE(log.Contains(L"[ERR] Failed to load settings!\n")) << ToUtf8(log.Text());
+    EXPECT_EQ(m_addin->OnStartupComplete(nullptr), E_ACCESSDENIED);
+    EXPECT_TRUE(log.Contains(L"[ERR] Failed to load settings!\n")) << ToUtf8(log.Text());
     EXPECT_TRUE(m_application->Calls().empty());
+    EXPECT_EQ(Addin().HostKind(), kHostNotConnected);
+
+    Host(L"Microsoft Word", L"16.0.4266.1001", false);
     EXPECT_EQ(m_addin->OnStartupComplete(nullptr), S_OK);
     EXPECT_EQ(Addin().HostKind(), kHostWord);
     EXPECT_EQ(Addin().HostMajorVersion(), 16);
-    LogCapture log;
-
     EXPECT_EQ(m_addin->OnDisconnection(ext_dm_HostShutdown, nullptr), S_OK);
 
     EXPECT_FALSE(log.Contains(kRibbonShutdown)) << ToUtf8(log.Text());
@@ -110,7 +89,8 @@ TEST_F(AddinLifecycleTest, AStartupConnectionAndAHostShutdownLeaveTheWorkToTheHo
     ExpectHostObjectsReleased();
 }
 
-// One host as it names itself, and what the add-in makes of it.
+// One host as it names itself, and what the add-in makes of it. A host started for automation or
+// from the command line calls no OnStartupComplete: the add-in starts up at once.
 struct HostCase {
     const char* name;
     const wchar_t* hostName;
@@ -119,6 +99,7 @@ struct HostCase {
     int32_t kind;
     int32_t major;
     bool ribbon;
+    ext_ConnectMode mode = ext_cm_AfterStartup;
 };
 
 void PrintTo(const HostCase& row, std::ostream* out) { *out << row.name; }
@@ -132,7 +113,7 @@ TEST_P(HostTest, StartUpReadsWhatTheModeNeedsAndAUserUnloadLetsGo) {
     const bool wordBars = host.kind == kHostWord && !host.ribbon;
     LogCapture log;
 
-    ASSERT_EQ(Connect(), S_OK);
+    ASSERT_EQ(Connect(host.mode), S_OK);
 
     EXPECT_EQ(Addin().HostKind(), host.kind);
     EXPECT_EQ(Addin().HostMajorVersion(), host.major);
@@ -156,11 +137,9 @@ TEST_P(HostTest, StartUpReadsWhatTheModeNeedsAndAUserUnloadLetsGo) {
     const std::vector<FakeDispatch::CallRecord>& calls = m_template->Calls();
     ASSERT_EQ(calls.size(), wordBars ? 1u : 0u);
     if (wordBars) {
-        EXPECT_EQ(calls[0].member, L"Saved");
-        EXPECT_EQ(calls[0].kind, FakeDispatch::CallKind::Put);
-        ASSERT_EQ(calls[0].args.size(), 1u);
-        EXPECT_EQ(calls[0].args[0].vt, VT_I2);
-        EXPECT_EQ(calls[0].args[0].iVal, -1);
+        EXPECT_TRUE(calls[0].member == L"Saved" && calls[0].kind == FakeDispatch::CallKind::Put &&
+                    calls[0].args.size() == 1 && calls[0].args[0].vt == VT_I2 &&
+                    calls[0].args[0].iVal == -1);
     }
 }
 
@@ -172,26 +151,16 @@ INSTANTIATE_TEST_SUITE_P(
         HostCase{"Outlook13", L"Outlook", L"13.0", false, kHostOutlook, 13, false},
         HostCase{"Outlook12MultiProcess", L"Outlook", L"12.0.6423.1000", true, kHostOutlook, 12,
                  false},
-        HostCase{"Word12", L"Microsoft Word", L"12.0.4518", false, kHostWord, 12, true},
-        HostCase{"Word11", L"Microsoft Word", L"11.0.8173", false, kHostWord, 11, false},
+        HostCase{"Word12External", L"Microsoft Word", L"12.0.4518", false, kHostWord, 12, true,
+                 ext_cm_External},
+        HostCase{"Word11CommandLine", L"Microsoft Word", L"11.0.8173", false, kHostWord, 11, false,
+                 ext_cm_CommandLine},
         HostCase{"ExcelVersionNotANumber", L"Microsoft Excel", L"x.1", false, kHostExcel, 0, false},
         HostCase{"PowerPointMajorComparedAsANumber", L"Microsoft PowerPoint", L"100.1", false,
                  kHostPowerPoint, 100, true},
         HostCase{"NamesAreCaseSensitive", L"microsoft word", L"11.0", false, kHostOther, 11,
                  false}),
     [](const testing::TestParamInfo<HostCase>& info) { return std::string(info.param.name); });
-
-TEST_F(AddinLifecycleTest, WithoutTheMachineWideSettingsNothingStarts) {
-    m_registry.Wipe();
-    LogCapture log;
-
-    EXPECT_EQ(Connect(ext_cm_Startup), S_OK);
-    EXPECT_EQ(m_addin->OnStartupComplete(nullptr), E_ACCESSDENIED);
-
-    EXPECT_TRUE(log.Contains(L"[ERR] Failed to load settings!\n")) << ToUtf8(log.Text());
-    EXPECT_TRUE(m_application->Calls().empty());
-    EXPECT_EQ(Addin().HostKind(), kHostNotConnected);
-}
 
 // One host call failing during the start-up of Outlook 12 with MultiProcess or of Word 11: what
 // is logged and what is no longer asked.
@@ -269,7 +238,7 @@ INSTANTIATE_TEST_SUITE_P(
 
 // An add-in connected to Word whose archive command waits at the storage-target choice, a modal
 // dialog without owner: the host's windows stay live and may call the add-in meanwhile.
-class CommandDialogTest : public testing::Test {
+class CommandDialogTest : public AddinTest {
 protected:
     CommandDialogTest() {
         m_office.Application()
@@ -290,17 +259,8 @@ protected:
         EXPECT_EQ(m_office.RefCounts(), m_startCounts);
     }
 
-    static HRESULT Click(IDispatch* addin, DISPID id, VARIANT* argument = nullptr,
-                         VARIANT* result = nullptr) {
-        DISPPARAMS params{argument, nullptr, argument ? 1u : 0u, 0};
-        return addin->Invoke(id, IID_NULL, LOCALE_USER_DEFAULT, DISPATCH_METHOD, &params, result,
-                             nullptr, nullptr);
-    }
-
-    RegistrySandbox m_registry;
     FakeOffice m_office{kHostWord};
     RefCountList m_startCounts;
-    ComPtr<IDTExtensibility2> m_addin = CreateAddin();
     ConnectorRecord m_connector;
     WindowWatcher m_watcher;
 };
@@ -318,7 +278,7 @@ TEST_F(CommandDialogTest, AHostThatLetsGoOfTheAddinMeanwhileDoesNotEndTheCommand
         })
         .Click(IDOK);
 
-    EXPECT_EQ(Click(addin, kCallbackArchive), S_OK);
+    EXPECT_EQ(Callback(addin, kCallbackArchive), S_OK);
 
     m_watcher.Verify();
     EXPECT_EQ(m_connector.WaitForUrls(1).size(), 1u);
@@ -330,13 +290,12 @@ TEST_F(CommandDialogTest, AClickMeanwhileEndsQuietlyButTheImagesStillLoad) {
     Variant picture;
     m_watcher.Expect(L"Dokument ablegen")
         .Call([&] {
-            EXPECT_EQ(Click(m_addin.get(), kCallbackArchive), S_OK);
-            Variant image(L"resource.bin");
-            EXPECT_EQ(Click(m_addin.get(), kCallbackGetImage, &image, &picture), S_OK);
+            EXPECT_EQ(Callback(kCallbackArchive), S_OK);
+            EXPECT_EQ(Callback(kCallbackGetImage, {Variant(L"resource.bin")}, &picture), S_OK);
         })
         .Click(IDOK);
 
-    EXPECT_EQ(Click(m_addin.get(), kCallbackArchive), S_OK);
+    EXPECT_EQ(Callback(kCallbackArchive), S_OK);
 
     m_watcher.Verify();
     const std::wstring text = log.Text();
@@ -347,31 +306,5 @@ TEST_F(CommandDialogTest, AClickMeanwhileEndsQuietlyButTheImagesStillLoad) {
     EXPECT_EQ(picture.vt, VT_DISPATCH);
     EXPECT_EQ(m_connector.WaitForUrls(1).size(), 1u);
 }
-
-// A host started for automation or from the command line calls no OnStartupComplete after the
-// connection, as after its start-up: the add-in starts up at once.
-class ConnectModeTest : public testing::TestWithParam<ext_ConnectMode> {};
-
-TEST_P(ConnectModeTest, OtherThanAtStartUpStartsUpAtOnce) {
-    RegistrySandbox registry;
-    registry.SetMachineNumber(L"MultiProcess", 0);
-    ComPtr<FakeDispatch> bars = FakeDispatch::Create();
-    ComPtr<FakeDispatch> application = FakeDispatch::Create();
-    application->SetProperty(L"Name", L"Microsoft Word")
-        .SetProperty(L"Version", L"16.0")
-        .SetProperty(L"CommandBars", static_cast<IDispatch*>(bars.get()));
-    ComPtr<IDTExtensibility2> addin = CreateAddin();
-
-    EXPECT_EQ(addin->OnConnection(application.get(), GetParam(), nullptr, nullptr), S_OK);
-
-    EXPECT_EQ(static_cast<CTalvornAddin*>(addin.get())->HostKind(), kHostWord);
-    EXPECT_EQ(addin->OnDisconnection(ext_dm_UserClosed, nullptr), S_OK);
-}
-
-INSTANTIATE_TEST_SUITE_P(Modes, ConnectModeTest,
-                         testing::Values(ext_cm_External, ext_cm_CommandLine),
-                         [](const testing::TestParamInfo<ext_ConnectMode>& info) {
-                             return info.param == ext_cm_External ? "External" : "CommandLine";
-                         });
 
 }  // namespace
