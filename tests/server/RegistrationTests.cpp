@@ -237,8 +237,12 @@ TEST_P(SetupTest, RegistersExactlyTheChosenHostsAndClasses) {
         ASSERT_EQ(seen.size(), 1u);
         EXPECT_TRUE(seen[0].HasText(setup.message)) << seen[0];
     }
-    EXPECT_EQ(ReadText(HKEY_LOCAL_MACHINE, RegistrySandbox::MachinePath(), L"Dir"),
-              setup.result == S_OK ? m_moduleFolder : L"");
+    if (setup.result == S_OK) {
+        EXPECT_EQ(ReadText(HKEY_LOCAL_MACHINE, RegistrySandbox::MachinePath(), L"Dir"),
+                  m_moduleFolder);
+    } else {
+        EXPECT_FALSE(KeyExists(HKEY_LOCAL_MACHINE, RegistrySandbox::MachinePath()));
+    }
     ExpectRegistered(setup.hosts, setup.connector);
 }
 
