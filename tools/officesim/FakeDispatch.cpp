@@ -171,8 +171,22 @@ bool FakeDispatch::ReportIfReleased(const char* method) const {
 }
 
 HRESULT FakeDispatch::QueryInterface(REFIID riid, void** object) noexcept {
-    return ReportIfReleased("QueryInterface") ? E_UNEXPECTED
-                                              : ComObject::QueryInterface(riid, object);
+    if (ReportIfReleased("QueryInterface")) {
+        return E_UNEXPECTED;
+    }
+    for (const IID& dual : m_dualInterfaces) {
+        if (object && IsEqualIID(riid, dual)) {
+            *object = static_cast<IDispatch*>(this);
+            AddRef();
+            return S_OK;
+        }
+    }
+    return ComObject::QueryInterface(riid, object);
+}
+
+FakeDispatch& FakeDispatch::AnswerInterface(REFIID iid) {
+    m_dualInterfaces.push_back(iid);
+    return *this;
 }
 
 ULONG FakeDispatch::AddRef() noexcept {

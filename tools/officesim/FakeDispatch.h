@@ -73,6 +73,10 @@ public:
     // A method: answers DISPATCH_METHOD (alone or together with DISPATCH_PROPERTYGET).
     FakeDispatch& SetMethod(const std::wstring& name, Handler handler);
 
+    // Makes QueryInterface answer `iid` with the object's IDispatch face, as a dual interface of
+    // an automation server does (an Outlook item answers its _MailItem, _ContactItem... IIDs).
+    FakeDispatch& AnswerInterface(REFIID iid);
+
     // --- Failure injection. The calls of a member are counted from 1 across gets, puts and
     // method calls; an injected failure replaces the member's behaviour for that call.
 
@@ -148,6 +152,7 @@ private:
     // Keyed by the upper-case name: the hosts resolve names without regard to case.
     std::map<std::wstring, Member> m_members;
     std::map<std::wstring, HRESULT> m_lookupFailures;
+    std::vector<IID> m_dualInterfaces;
     std::map<std::wstring, size_t> m_lookups;
     std::vector<CallRecord> m_calls;
 };
