@@ -6,6 +6,7 @@
 #include "common/ComPtr.h"
 #include "common/Variant.h"
 #include "officesim/FakeDispatch.h"
+#include "support/TestFiles.h"
 
 namespace {
 
@@ -14,10 +15,6 @@ using FaultStyle = FakeDispatch::FaultStyle;
 
 // An error the host object models raise from inside a call (an Office "command failed").
 constexpr HRESULT kHostError = static_cast<HRESULT>(0x800A1066);
-
-std::wstring TextOf(const VARIANT& value) {
-    return value.vt == VT_BSTR && value.bstrVal ? value.bstrVal : L"<not a text>";
-}
 
 class AutomationTest : public testing::Test {
 protected:
