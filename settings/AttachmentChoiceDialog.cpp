@@ -7,6 +7,7 @@
 #include "common/AttachmentRecord.h"
 #include "common/BoundedFormat.h"
 #include "common/Messages.h"
+#include "settings/DialogText.h"
 #include "common/Module.h"
 #include "resources/resource.h"
 
@@ -15,17 +16,6 @@ namespace {
 constexpr int kTextCapacity = 1024;
 constexpr int kNameColumnWidth = 300;
 constexpr int kSizeColumnWidth = 110;
-
-void SetUiText(HWND dialog, int control, UINT id) {
-    wchar_t text[kTextCapacity];
-    if (LoadUiString(id, text, kTextCapacity) > 0) {
-        if (control == 0) {
-            SetWindowTextW(dialog, text);
-        } else {
-            SetDlgItemTextW(dialog, control, text);
-        }
-    }
-}
 
 void AddColumn(HWND list, int index, UINT textId, int width, int format) {
     wchar_t text[kTextCapacity] = L"";
@@ -103,9 +93,10 @@ INT_PTR CALLBACK ChoiceDialogProc(HWND dialog, UINT message, WPARAM wParam, LPAR
         case WM_INITDIALOG:
             // Kept with the window, not in the module: every open dialog has its own.
             SetWindowLongPtrW(dialog, DWLP_USER, lParam);
-            SetUiText(dialog, 0, IDS_ATTACHMENTS_CAPTION);
-            SetUiText(dialog, IDOK, IDS_BUTTON_OK);
-            SetUiText(dialog, IDCANCEL, IDS_BUTTON_CANCEL);
+            SetDialogText(dialog, 0, IDS_ATTACHMENTS_CAPTION);
+            SetDialogText(dialog, IDOK, IDS_BUTTON_OK);
+            SetDialogText(dialog, IDCANCEL, IDS_BUTTON_CANCEL);
+            CenterOverDesktop(dialog);
             FillList(dialog, AttachmentsOf(dialog));
             return TRUE;
         case WM_COMMAND:

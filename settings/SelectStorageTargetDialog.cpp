@@ -3,7 +3,7 @@
 #include <windowsx.h>
 
 #include "common/LogFile.h"
-#include "common/Messages.h"
+#include "settings/DialogText.h"
 #include "common/Module.h"
 #include "settings/StorageTargetText.h"
 #include "resources/resource.h"
@@ -12,29 +12,6 @@
 namespace {
 
 constexpr int kTextCapacity = 1024;
-
-void SetUiText(HWND dialog, int control, UINT id) {
-    wchar_t text[kTextCapacity];
-    if (LoadUiString(id, text, kTextCapacity) > 0) {
-        if (control == 0) {
-            SetWindowTextW(dialog, text);
-        } else {
-            SetDlgItemTextW(dialog, control, text);
-        }
-    }
-}
-
-void CenterOverDesktop(HWND dialog) {
-    RECT desktop;
-    RECT window;
-    GetWindowRect(GetDesktopWindow(), &desktop);
-    GetWindowRect(dialog, &window);
-    int width = window.right - window.left;
-    int height = window.bottom - window.top;
-    SetWindowPos(dialog, nullptr, desktop.left + (desktop.right - desktop.left - width) / 2,
-                 desktop.top + (desktop.bottom - desktop.top - height) / 2, 0, 0,
-                 SWP_NOSIZE | SWP_NOZORDER | SWP_NOACTIVATE);
-}
 
 const CTDCSettings* SettingsOf(HWND dialog) {
     return reinterpret_cast<const CTDCSettings*>(GetWindowLongPtrW(dialog, DWLP_USER));
@@ -78,10 +55,10 @@ INT_PTR CALLBACK SelectDialogProc(HWND dialog, UINT message, WPARAM wParam, LPAR
     try {
         switch (message) {
         case WM_INITDIALOG:
-            SetUiText(dialog, 0, IDS_SELECT_CAPTION);
-            SetUiText(dialog, IDOK, IDS_BUTTON_OK);
-            SetUiText(dialog, IDCANCEL, IDS_BUTTON_CANCEL);
-            SetUiText(dialog, IDC_SELECT_LABEL, IDS_SELECT_LABEL);
+            SetDialogText(dialog, 0, IDS_SELECT_CAPTION);
+            SetDialogText(dialog, IDOK, IDS_BUTTON_OK);
+            SetDialogText(dialog, IDCANCEL, IDS_BUTTON_CANCEL);
+            SetDialogText(dialog, IDC_SELECT_LABEL, IDS_SELECT_LABEL);
             CenterOverDesktop(dialog);
             // Kept with the window, not in the module: every open dialog has its own.
             SetWindowLongPtrW(dialog, DWLP_USER, lParam);
