@@ -76,6 +76,7 @@ public:
     MAPI_IMAPIPROP_METHODS(OUTLOOKSIM_NO_SUPPORT)
 };
 #pragma GCC diagnostic pop
+#undef OUTLOOKSIM_NO_SUPPORT
 
 // One property of a mail user, before it is copied into the caller's buffer.
 struct UserProperty {
