@@ -70,85 +70,76 @@ public:
     FailingMessageObject(IMessage* inner, std::map<std::string, HRESULT> failures)
         : m_inner(inner), m_failures(std::move(failures)) {}
 
-#define FORWARD(name, call)                                                   \
-    if (auto failure = m_failures.find(#name); failure != m_failures.end()) { \
-        return failure->second;                                               \
-    }                                                                         \
-    return m_inner->call
+    template <class Method, class... Args>
+    HRESULT Call(const char* name, Method method, Args... args) {
+        const auto failure = m_failures.find(name);
+        return failure != m_failures.end() ? failure->second : (m_inner.get()->*method)(args...);
+    }
 
-    HRESULT STDMETHODCALLTYPE GetLastError(HRESULT hr, ULONG flags, LPMAPIERROR* error) override {
-        FORWARD(GetLastError, GetLastError(hr, flags, error));
+    HRESULT STDMETHODCALLTYPE GetLastError(HRESULT a, ULONG b, LPMAPIERROR* c) override {
+        return Call("GetLastError", &IMessage::GetLastError, a, b, c);
     }
-    HRESULT STDMETHODCALLTYPE SaveChanges(ULONG flags) override {
-        FORWARD(SaveChanges, SaveChanges(flags));
+    HRESULT STDMETHODCALLTYPE SaveChanges(ULONG a) override {
+        return Call("SaveChanges", &IMessage::SaveChanges, a);
     }
-    HRESULT STDMETHODCALLTYPE GetProps(LPSPropTagArray tags, ULONG flags, ULONG* count,
-                                       LPSPropValue* values) override {
-        FORWARD(GetProps, GetProps(tags, flags, count, values));
+    HRESULT STDMETHODCALLTYPE GetProps(LPSPropTagArray a, ULONG b, ULONG* c,
+                                       LPSPropValue* d) override {
+        return Call("GetProps", &IMessage::GetProps, a, b, c, d);
     }
-    HRESULT STDMETHODCALLTYPE GetPropList(ULONG flags, LPSPropTagArray* tags) override {
-        FORWARD(GetPropList, GetPropList(flags, tags));
+    HRESULT STDMETHODCALLTYPE GetPropList(ULONG a, LPSPropTagArray* b) override {
+        return Call("GetPropList", &IMessage::GetPropList, a, b);
     }
-    HRESULT STDMETHODCALLTYPE OpenProperty(ULONG tag, LPCIID iid, ULONG options, ULONG flags,
-                                           LPUNKNOWN* object) override {
-        FORWARD(OpenProperty, OpenProperty(tag, iid, options, flags, object));
+    HRESULT STDMETHODCALLTYPE OpenProperty(ULONG a, LPCIID b, ULONG c, ULONG d,
+                                           LPUNKNOWN* e) override {
+        return Call("OpenProperty", &IMessage::OpenProperty, a, b, c, d, e);
     }
-    HRESULT STDMETHODCALLTYPE SetProps(ULONG count, LPSPropValue values,
-                                       LPSPropProblemArray* problems) override {
-        FORWARD(SetProps, SetProps(count, values, problems));
+    HRESULT STDMETHODCALLTYPE SetProps(ULONG a, LPSPropValue b, LPSPropProblemArray* c) override {
+        return Call("SetProps", &IMessage::SetProps, a, b, c);
     }
-    HRESULT STDMETHODCALLTYPE DeleteProps(LPSPropTagArray tags,
-                                          LPSPropProblemArray* problems) override {
-        FORWARD(DeleteProps, DeleteProps(tags, problems));
+    HRESULT STDMETHODCALLTYPE DeleteProps(LPSPropTagArray a, LPSPropProblemArray* b) override {
+        return Call("DeleteProps", &IMessage::DeleteProps, a, b);
     }
-    HRESULT STDMETHODCALLTYPE CopyTo(ULONG excludedCount, LPCIID excluded,
-                                     LPSPropTagArray excludedProps, ULONG window,
-                                     LPMAPIPROGRESS progress, LPCIID iid, LPVOID target,
-                                     ULONG flags, LPSPropProblemArray* problems) override {
-        FORWARD(CopyTo, CopyTo(excludedCount, excluded, excludedProps, window, progress, iid,
-                               target, flags, problems));
+    HRESULT STDMETHODCALLTYPE CopyTo(ULONG a, LPCIID b, LPSPropTagArray c, ULONG d,
+                                     LPMAPIPROGRESS e, LPCIID f, LPVOID g, ULONG h,
+                                     LPSPropProblemArray* i) override {
+        return Call("CopyTo", &IMessage::CopyTo, a, b, c, d, e, f, g, h, i);
     }
-    HRESULT STDMETHODCALLTYPE CopyProps(LPSPropTagArray tags, ULONG window, LPMAPIPROGRESS progress,
-                                        LPCIID iid, LPVOID target, ULONG flags,
-                                        LPSPropProblemArray* problems) override {
-        FORWARD(CopyProps, CopyProps(tags, window, progress, iid, target, flags, problems));
+    HRESULT STDMETHODCALLTYPE CopyProps(LPSPropTagArray a, ULONG b, LPMAPIPROGRESS c, LPCIID d,
+                                        LPVOID e, ULONG f, LPSPropProblemArray* g) override {
+        return Call("CopyProps", &IMessage::CopyProps, a, b, c, d, e, f, g);
     }
-    HRESULT STDMETHODCALLTYPE GetNamesFromIDs(LPSPropTagArray* tags, LPGUID set, ULONG flags,
-                                              ULONG* count, LPMAPINAMEID** names) override {
-        FORWARD(GetNamesFromIDs, GetNamesFromIDs(tags, set, flags, count, names));
+    HRESULT STDMETHODCALLTYPE GetNamesFromIDs(LPSPropTagArray* a, LPGUID b, ULONG c, ULONG* d,
+                                              LPMAPINAMEID** e) override {
+        return Call("GetNamesFromIDs", &IMessage::GetNamesFromIDs, a, b, c, d, e);
     }
-    HRESULT STDMETHODCALLTYPE GetIDsFromNames(ULONG count, LPMAPINAMEID* names, ULONG flags,
-                                              LPSPropTagArray* tags) override {
-        FORWARD(GetIDsFromNames, GetIDsFromNames(count, names, flags, tags));
+    HRESULT STDMETHODCALLTYPE GetIDsFromNames(ULONG a, LPMAPINAMEID* b, ULONG c,
+                                              LPSPropTagArray* d) override {
+        return Call("GetIDsFromNames", &IMessage::GetIDsFromNames, a, b, c, d);
     }
-    HRESULT STDMETHODCALLTYPE GetAttachmentTable(ULONG flags, LPMAPITABLE* table) override {
-        FORWARD(GetAttachmentTable, GetAttachmentTable(flags, table));
+    HRESULT STDMETHODCALLTYPE GetAttachmentTable(ULONG a, LPMAPITABLE* b) override {
+        return Call("GetAttachmentTable", &IMessage::GetAttachmentTable, a, b);
     }
-    HRESULT STDMETHODCALLTYPE OpenAttach(ULONG number, LPCIID iid, ULONG flags,
-                                         LPATTACH* attach) override {
-        FORWARD(OpenAttach, OpenAttach(number, iid, flags, attach));
+    HRESULT STDMETHODCALLTYPE OpenAttach(ULONG a, LPCIID b, ULONG c, LPATTACH* d) override {
+        return Call("OpenAttach", &IMessage::OpenAttach, a, b, c, d);
     }
-    HRESULT STDMETHODCALLTYPE CreateAttach(LPCIID iid, ULONG flags, ULONG* number,
-                                           LPATTACH* attach) override {
-        FORWARD(CreateAttach, CreateAttach(iid, flags, number, attach));
+    HRESULT STDMETHODCALLTYPE CreateAttach(LPCIID a, ULONG b, ULONG* c, LPATTACH* d) override {
+        return Call("CreateAttach", &IMessage::CreateAttach, a, b, c, d);
     }
-    HRESULT STDMETHODCALLTYPE DeleteAttach(ULONG number, ULONG window, LPMAPIPROGRESS progress,
-                                           ULONG flags) override {
-        FORWARD(DeleteAttach, DeleteAttach(number, window, progress, flags));
+    HRESULT STDMETHODCALLTYPE DeleteAttach(ULONG a, ULONG b, LPMAPIPROGRESS c, ULONG d) override {
+        return Call("DeleteAttach", &IMessage::DeleteAttach, a, b, c, d);
     }
-    HRESULT STDMETHODCALLTYPE GetRecipientTable(ULONG flags, LPMAPITABLE* table) override {
-        FORWARD(GetRecipientTable, GetRecipientTable(flags, table));
+    HRESULT STDMETHODCALLTYPE GetRecipientTable(ULONG a, LPMAPITABLE* b) override {
+        return Call("GetRecipientTable", &IMessage::GetRecipientTable, a, b);
     }
-    HRESULT STDMETHODCALLTYPE ModifyRecipients(ULONG flags, LPADRLIST list) override {
-        FORWARD(ModifyRecipients, ModifyRecipients(flags, list));
+    HRESULT STDMETHODCALLTYPE ModifyRecipients(ULONG a, LPADRLIST b) override {
+        return Call("ModifyRecipients", &IMessage::ModifyRecipients, a, b);
     }
-    HRESULT STDMETHODCALLTYPE SubmitMessage(ULONG flags) override {
-        FORWARD(SubmitMessage, SubmitMessage(flags));
+    HRESULT STDMETHODCALLTYPE SubmitMessage(ULONG a) override {
+        return Call("SubmitMessage", &IMessage::SubmitMessage, a);
     }
-    HRESULT STDMETHODCALLTYPE SetReadFlag(ULONG flags) override {
-        FORWARD(SetReadFlag, SetReadFlag(flags));
+    HRESULT STDMETHODCALLTYPE SetReadFlag(ULONG a) override {
+        return Call("SetReadFlag", &IMessage::SetReadFlag, a);
     }
-#undef FORWARD
 
 private:
     ComPtr<IMessage> m_inner;

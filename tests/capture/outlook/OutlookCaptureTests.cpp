@@ -134,14 +134,13 @@ struct Expected {
 };
 
 struct KindCase {
-    const char* label;
     const wchar_t* messageClass;
     IID iid;
     std::vector<TestProperty> properties;
     std::vector<Expected> expected;
 };
 
-void PrintTo(const KindCase& c, std::ostream* os) { *os << c.label; }
+void PrintTo(const KindCase& c, std::ostream* os) { *os << ToUtf8(c.messageClass); }
 
 class KindVocabularyTest : public OutlookCaptureTest,
                            public ::testing::WithParamInterface<KindCase> {};
@@ -180,8 +179,7 @@ const std::vector<BYTE> kEntryId = {0xAB, 0x0C, 0x01};
 INSTANTIATE_TEST_SUITE_P(
     Kinds, KindVocabularyTest,
     ::testing::Values(
-        KindCase{"mail",
-                 L"IPM.Note",
+        KindCase{L"IPM.Note",
                  kMailItem,
                  {Bytes(0x0FFF0102, kEntryId), Text(0x0C1E001F, L"SMTP"),
                   Text(kSubject, L"Angebot"), Number(0x00170003, 2), Text(0x0E04001F, L"Max"),
@@ -197,8 +195,7 @@ INSTANTIATE_TEST_SUITE_P(
                   {L"OTL_MSG_TO_SMTP_ADDRESS", L"max@example.com;ina@example.net"},
                   {L"OTL_MSG_BCC", nullptr},
                   {L"OTL_MSG_RECIEVEDATE", nullptr}}},
-        KindCase{"contact",
-                 L"IPM.Contact",
+        KindCase{L"IPM.Contact",
                  OutlookIid(0x00063021),
                  {Text(0x3A08001F, L"+49 30 1234"), Text(0x3A06001F, L"Mia"),
                   Named(kTestPsetidAddress, 0x8083, Text(PT_UNICODE, L"mia@example.com")),
@@ -210,23 +207,20 @@ INSTANTIATE_TEST_SUITE_P(
                   {L"OTL_CONTACT_BUSINESSADDRESSSTREET", L"Hauptstr. 1"},
                   {L"OTL_CONTACT_EMAIL2ADDRESS", nullptr},
                   {L"OTL_MSG_TO_SMTP_ADDRESS", nullptr}}},
-        KindCase{"note",
-                 L"IPM.StickyNote",
+        KindCase{L"IPM.StickyNote",
                  OutlookIid(0x00063025),
                  {Text(0x1000001F, L"Text im Speicher"), Bytes(0x0FFB0102, kEntryId)},
                  {{L"OTL_STICKYNOTE_BODY", L"Notiz aus dem Objektmodell"},
                   {L"OTL_STICKYNOTE_SUBJECT", L"Notiz"},
                   {L"PR_STORE_ENTRYID", L"AB0C01", 0}}},
-        KindCase{"journal",
-                 L"IPM.Activity",
+        KindCase{L"IPM.Activity",
                  OutlookIid(0x00063022),
                  {Text(kSubject, L"Anruf"), Named(kTestPsetidLog, 0x8707, Number(PT_LONG, 30)),
                   Named(kTestPsetidLog, 0x8712, Text(PT_UNICODE, L"Telefonat"))},
                  {{L"OTL_ACTIVITY_SUBJECT", L"Anruf"},
                   {L"OTL_ACTIVITY_DURATION", L"30"},
                   {L"OTL_ACTIVITY_ENTRYTYPE", L"Telefonat"}}},
-        KindCase{"appointment",
-                 L"IPM.Appointment",
+        KindCase{L"IPM.Appointment",
                  OutlookIid(0x00063033),
                  {Text(kSubject, L"Termin"),
                   Named(kTestPsetidAppointment, 0x8223, Number(PT_BOOLEAN, 1)),
@@ -236,14 +230,12 @@ INSTANTIATE_TEST_SUITE_P(
                   {L"OTL_APPOINTMENT_RECURRING", L"1"},
                   {L"OTL_APPOINTMENT_BUSYSTATUS", L"2"},
                   {L"OTL_APPOINTMENT_ATTENDEE", L"Max; Ina"}}},
-        KindCase{"meeting",
-                 L"IPM.Schedule.Meeting.Resp.Tent",
+        KindCase{L"IPM.Schedule.Meeting.Resp.Tent",
                  OutlookIid(0x00063062),
                  {Text(kSubject, L"Termin"),
                   Named(kTestPsetidAppointment, 0x823B, Text(PT_UNICODE, L"Max; Ina"))},
                  {{L"OTL_APPOINTMENT_SUBJECT", L"Termin"}, {L"OTL_APPOINTMENT_ATTENDEE", nullptr}}},
-        KindCase{"task",
-                 L"IPM.Task",
+        KindCase{L"IPM.Task",
                  OutlookIid(0x00063035),
                  {Text(kSubject, L"Aufgabe"), Named(kTestPsetidTask, 0x8102, Real(PT_DOUBLE, 0.5)),
                   Named(kTestPsetidTask, 0x811C, Number(PT_BOOLEAN, 0)),
@@ -252,8 +244,7 @@ INSTANTIATE_TEST_SUITE_P(
                   {L"OTL_TASK_PERCENTCOMPLETE", L"0.5"},
                   {L"OTL_TASK_COMPLETE", L"0"},
                   {L"OTL_TASK_TOTALWORK", L"120"}}},
-        KindCase{"task request",
-                 L"IPM.TaskRequest.Accept",
+        KindCase{L"IPM.TaskRequest.Accept",
                  OutlookIid(0x00063038),
                  {Text(kSubject, L"Aufgabe"), Text(0x0C1A001F, L"Erika"),
                   Named(kTestPsetidTask, 0x8102, Real(PT_DOUBLE, 0.5))},
@@ -316,30 +307,19 @@ std::wstring DateText(const SYSTEMTIME& time, bool withTime) {
     return withTime ? std::wstring(date) + L" " + clock : date;
 }
 
-// Run with TZ=UTC by ctest (a zone without daylight saving, for which Wine reports no zone); in
-// any other zone the case has nothing to show.
-TEST_F(OutlookCaptureTest, DatesAreShownInUtcWhenNoTimeZoneIsKnown) {
+// ctest runs this with TZ=UTC, a zone without daylight saving for which Wine reports no zone
+// information, and with TZ=Europe/Berlin, whose summer time is two hours ahead of UTC.
+TEST_F(OutlookCaptureTest, DatesFollowTheComputersTimeZoneOrElseStayInUtc) {
     TIME_ZONE_INFORMATION zone{};
-    if (GetTimeZoneInformation(&zone) != TIME_ZONE_ID_UNKNOWN) {
-        GTEST_SKIP() << "the computer knows its time zone";
+    const bool known = GetTimeZoneInformation(&zone) != TIME_ZONE_ID_UNKNOWN;
+    if (known && zone.Bias != -60) {
+        GTEST_SKIP() << "needs TZ=UTC or TZ=Europe/Berlin";
     }
     Select(L"IPM.Note").message->Set({Time(kDeliveryTime, 2024, 7, 15, 10, 30)});
     ASSERT_EQ(S_OK, Capture());
-    const SYSTEMTIME utc{2024, 7, 1, 15, 10, 30, 0, 0};
-    EXPECT_EQ(DateText(utc, false), Value(0, L"OTL_MSG_RECIEVEDATE"));
-    EXPECT_EQ(DateText(utc, true), Value(0, L"OTL_MSG_RECIEVEDATETIME"));
-}
-
-// Run with TZ=Europe/Berlin by ctest: summer time is two hours ahead of UTC.
-TEST_F(OutlookCaptureTest, DatesAreShownInTheComputersTimeZone) {
-    TIME_ZONE_INFORMATION zone{};
-    if (GetTimeZoneInformation(&zone) == TIME_ZONE_ID_UNKNOWN || zone.Bias != -60) {
-        GTEST_SKIP() << "needs Central European time";
-    }
-    Select(L"IPM.Note").message->Set({Time(kDeliveryTime, 2024, 7, 15, 10, 30)});
-    ASSERT_EQ(S_OK, Capture());
-    const SYSTEMTIME local{2024, 7, 1, 15, 12, 30, 0, 0};
-    EXPECT_EQ(DateText(local, true), Value(0, L"OTL_MSG_RECIEVEDATETIME"));
+    const SYSTEMTIME shown{2024, 7, 1, 15, static_cast<WORD>(known ? 12 : 10), 30, 0, 0};
+    EXPECT_EQ(DateText(shown, false), Value(0, L"OTL_MSG_RECIEVEDATE"));
+    EXPECT_EQ(DateText(shown, true), Value(0, L"OTL_MSG_RECIEVEDATETIME"));
 }
 
 TEST_F(OutlookCaptureTest, ExchangeSenderWithoutReachableAddressBookKeepsAnEmptyAddress) {
@@ -423,25 +403,17 @@ TEST_P(CopyFailureTest, PlainMailFallsBackToOutlooksSaveAsUnlessOutOfMemory) {
         EXPECT_EQ(std::wstring(paths[0].data()), call.args[0].bstrVal);
         EXPECT_EQ(VT_ERROR, call.args[1].vt);
         EXPECT_EQ(DISP_E_PARAMNOTFOUND, call.args[1].scode);
-        EXPECT_EQ(0u, FileName(paths[0]).rfind(L"dorvane_0_", 0));
     }
-    if (FAILED(c.saveAsResult)) {
-        EXPECT_TRUE(log.Contains(L"Failed to saveas smime mailitem! hr = 0x00000000\n"));
-    }
+    // The status is logged as 0 whatever Outlook answered: deliberate.
+    EXPECT_EQ(FAILED(c.saveAsResult),
+              log.Contains(L"Failed to saveas smime mailitem! hr = 0x00000000\n"));
 }
 
 INSTANTIATE_TEST_SUITE_P(
     Failures, CopyFailureTest,
     ::testing::Values(CopyFailureCase{"saved by Outlook", E_FAIL, S_OK, S_OK, 1},
                       CopyFailureCase{"Outlook fails too", E_FAIL, E_ACCESSDENIED, S_OK, 1},
-                      CopyFailureCase{"out of memory", E_OUTOFMEMORY, S_OK, E_OUTOFMEMORY, 0}),
-    [](const auto& info) {
-        std::string name = info.param.label;
-        for (char& c : name) {
-            c = c == ' ' ? '_' : c;
-        }
-        return name;
-    });
+                      CopyFailureCase{"out of memory", E_OUTOFMEMORY, S_OK, E_OUTOFMEMORY, 0}));
 
 TEST_F(OutlookCaptureTest, NothingSelected) {
     EXPECT_EQ(kNothingSelected, GetOutlookDocumentCount(application.get()));
