@@ -10,6 +10,7 @@
 #include "common/HostKind.h"
 #include "common/LogFile.h"
 #include "common/Variant.h"
+#include "settings/AttachmentChoiceDialog.h"
 
 namespace {
 
@@ -28,12 +29,11 @@ constexpr HostName kHostNames[] = {
 constexpr int32_t kFirstRibbonVersion = 12;
 constexpr int32_t kFirstOutlookRibbonVersion = 14;
 
-// The attachment choice arrives with the further dialogs; until then no attachment is chosen.
-class NoAttachmentChoice : public AttachmentChooser {
+// The attachment choice the user sees: the modal dialog over the listed records.
+class AttachmentChoiceDialog : public AttachmentChooser {
 public:
-    int ChooseAttachments(AttachmentList&) override {
-        LogWarning(L"The attachment choice dialog is not part of this build.\n");
-        return 0;
+    int ChooseAttachments(AttachmentList& attachments) override {
+        return static_cast<int>(ShowAttachmentChoiceDialog(attachments));
     }
 };
 
@@ -124,8 +124,8 @@ void CTalvornAddin::RunCommand(DISPID id, const DISPPARAMS& params, IDispatch* a
         ~CommandEnd() { running = false; }
     } commandEnd{m_commandRunning};
 
-    NoAttachmentChoice noChoice;
-    CommandContext context{m_hostKind, m_hostMajorVersion, application, m_captures, noChoice};
+    AttachmentChoiceDialog choiceDialog;
+    CommandContext context{m_hostKind, m_hostMajorVersion, application, m_captures, choiceDialog};
     switch (id) {
     case kCallbackArchive:
         OnArchive(context);

@@ -18,8 +18,8 @@ inline constexpr HRESULT kUnsupportedItem = static_cast<HRESULT>(0x80044303);
 inline constexpr wchar_t kEntryIdName[] = L"PR_ENTRYID";
 inline constexpr wchar_t kStoreEntryIdName[] = L"PR_STORE_ENTRYID";
 
-// One record per attachment: OTL_ATTACHMENT_NAME, _SIZE, _HIDDEN and _KEY; the choice dialog adds
-// OTL_ATTACHMENT_SELECTED to the records the user chose.
+// One record per attachment, with the names of common/AttachmentRecord.h: name, size, hidden flag
+// and key; the choice dialog adds the selected mark to the records the user chose.
 using AttachmentList = std::vector<PropertyMap>;
 // Full paths of saved attachment files, each in its own staging folder.
 using FileList = std::vector<std::wstring>;

@@ -2,6 +2,7 @@
 // E_OUTOFMEMORY instead of handing back a null string.
 #pragma once
 
+#include <windows.h>
 #include <oleauto.h>
 
 #include <utility>

@@ -4,6 +4,8 @@
 #include <cwchar>
 #include <string>
 
+#include "common/BoundedFormat.h"
+
 namespace {
 
 constexpr size_t kTimeCapacity = 128;
@@ -34,8 +36,8 @@ void FormatTimeStamp(wchar_t (&stamp)[kTimeCapacity + 2]) noexcept {
     } else {
         text[0] = L'\0';
     }
-    _snwprintf(stamp, kTimeCapacity + 2, L"[%ls]", text);
-    stamp[kTimeCapacity + 1] = L'\0';
+    // The brackets always fit: the stamp has room for the longest time text and two more.
+    FormatBounded(stamp, kTimeCapacity + 2, L"[%s]", text);
 }
 
 HANDLE CreateLogHandle(const std::wstring& path) noexcept {

@@ -2,6 +2,7 @@
 // its address goes straight into automation calls as an argument or a result.
 #pragma once
 
+#include <windows.h>
 #include <oleauto.h>
 
 #include <cstdint>

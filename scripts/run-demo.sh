@@ -1,10 +1,13 @@
 #!/bin/sh
 # The demo: registers the built add-in in the build's Wine prefix with regsvr32 from a folder
 # holding the sample setup.ini (as an administrator installs it), then archives the sample
-# document through the simulated Word host, which loads the add-in over COM.
+# document through the simulated Word host, which loads the add-in over COM, and the sample Outlook
+# items through the simulated Outlook (all but the signed mail, which this build does not archive).
 set -eu
 BUILD_DIR=$(cd "$1" && pwd)
 top=$(cd "$(dirname "$0")/.." && pwd)
+# hostsim brings the simulated mapi32.dll beside it, which Wine must prefer to its own.
+export TALVORN_NATIVE_DLLS=mapi32
 . "$top/scripts/wine-env.sh"
 "$top/scripts/wine-prefix.sh" "$BUILD_DIR"
 "$top/scripts/register-stub-connector.sh" "$BUILD_DIR"
@@ -15,8 +18,16 @@ winpath() { printf 'Z:%s' "$1" | tr / '\\'; }
 cp "$top/tools/samples/setup.ini" "$BUILD_DIR/addin/setup.ini"
 (cd "$BUILD_DIR/addin" && wine regsvr32 /s TalvornAddin.dll)
 printf 'registered %s from %s\n' "$(winpath "$BUILD_DIR/addin/TalvornAddin.dll")" "$(winpath "$BUILD_DIR/addin/setup.ini")"
+status=0
 wine "$BUILD_DIR/tools/hostsim/hostsim.exe" --host word --property "Kunde=Muster GmbH" \
-    "$(winpath "$top/tools/samples/Angebot 2024.docx")"
-status=$?
+    "$(winpath "$top/tools/samples/Angebot 2024.docx")" || status=$?
+
+echo
+set --
+for item in "$top"/tools/samples/outlook/*.item; do
+    case "$item" in *signiert*) continue ;; esac
+    set -- "$@" "$(winpath "$item")"
+done
+wine "$BUILD_DIR/tools/hostsim/hostsim.exe" --host outlook "$@" || status=$?
 wineserver -w
 exit $status

@@ -4,9 +4,14 @@
 // "clicks" a ribbon button through IDispatch::Invoke and shows what came of it: the add-in's log,
 // the hand-off document and the URL the Desktop Connector (the prefix's stub) received.
 //
+// As Outlook it builds the simulated Outlook (tools/outlooksim) with the given items selected:
+// item text files (.item, the readable format of tools/outlooksim/ItemText.h) or message files
+// (.msg). Outlook items are real messages of the simulated mapi32.dll, which must lie beside
+// hostsim.exe and be preferred by Wine (TALVORN_NATIVE_DLLS=mapi32, scripts/wine-env.sh).
+//
 // Usage: hostsim.exe [--host word|excel|powerpoint|outlook] [--version 16.0.4266.1001]
 //                    [--new] [--read-only] [--property Name=Value]... [--button Archive|Info|...]
-//                    <document>
+//                    <document> | <item file>...
 #include <windows.h>
 #include <objbase.h>
 #include <olectl.h>
@@ -24,8 +29,11 @@
 #include "common/HostKind.h"
 #include "common/UniqueResource.h"
 #include "common/Variant.h"
+#include "mapisim/MapiSim.h"
 #include "officesim/FakeDispatch.h"
 #include "officesim/FakeOfficeHost.h"
+#include "outlooksim/FakeOutlook.h"
+#include "outlooksim/ItemText.h"
 
 namespace {
 
@@ -50,7 +58,7 @@ struct Options {
     bool readOnly = false;
     std::vector<std::pair<std::wstring, std::wstring>> properties;
     std::wstring button = L"Archive";
-    std::wstring document;
+    std::vector<std::wstring> documents;  // one document, or Outlook's selected items
 };
 
 // Writes UTF-8 to standard output whatever the console code page, so that German texts read
@@ -123,7 +131,7 @@ Variant FileDate(const FILETIME& utc) {
 // write the way Office does (SaveAs moves the document to its new file, SaveCopyAs leaves it where
 // it is).
 std::unique_ptr<FakeOfficeHost> Office(const Options& options) {
-    const std::wstring source = options.document;
+    const std::wstring source = options.documents.front();
     auto office = std::make_unique<FakeOfficeHost>(options.host->kind, ReadBytes(source));
     // Read before the document is opened, which writes its file.
     WIN32_FILE_ATTRIBUTE_DATA info{};
@@ -151,10 +159,39 @@ std::unique_ptr<FakeOfficeHost> Office(const Options& options) {
     return office;
 }
 
-// The Application: the document host's, or a bare one for Outlook.
-ComPtr<FakeDispatch> Application(const Options& options, FakeOfficeHost* office) {
-    ComPtr<FakeDispatch> application =
-        office ? ComPtr<FakeDispatch>(&office->Application()) : FakeDispatch::Create();
+// A text property of an automation object, read as any automation client reads it.
+std::wstring TextOf(IDispatch& object, const wchar_t* member) {
+    DISPID id = DISPID_UNKNOWN;
+    LPOLESTR name = const_cast<LPOLESTR>(member);
+    DISPPARAMS none{nullptr, nullptr, 0, 0};
+    Variant value;
+    if (FAILED(object.GetIDsOfNames(IID_NULL, &name, 1, LOCALE_USER_DEFAULT, &id)) ||
+        FAILED(object.Invoke(id, IID_NULL, LOCALE_USER_DEFAULT, DISPATCH_PROPERTYGET, &none, &value,
+                             nullptr, nullptr)) ||
+        value.vt != VT_BSTR || !value.bstrVal) {
+        return std::wstring();
+    }
+    return value.bstrVal;
+}
+
+// Outlook with the given items selected, each shown as it is selected.
+std::unique_ptr<FakeOutlook> Outlook(const Options& options) {
+    auto outlook = std::make_unique<FakeOutlook>(options.version);
+    for (const std::wstring& file : options.documents) {
+        const bool message =
+            file.size() > 4 && _wcsicmp(file.c_str() + file.size() - 4, L".msg") == 0;
+        FakeDispatch& item = message ? outlook->SelectMessageFile(file)
+                                     : outlook->SelectItemText(outlooksim::ReadItemTextFile(file));
+        Print(L"selected " + TextOf(item, L"MessageClass") + L" \"" + TextOf(item, L"Subject") +
+              L"\" from " + file.substr(file.rfind(L'\\') + 1) + L"\n");
+    }
+    return outlook;
+}
+
+// The Application: the document host's or Outlook's.
+ComPtr<FakeDispatch> Application(const Options& options, FakeOfficeHost* office,
+                                 FakeOutlook* outlook) {
+    ComPtr<FakeDispatch> application(office ? &office->Application() : &outlook->Application());
     ComPtr<FakeDispatch> commandBars = FakeDispatch::Create();
     application->SetProperty(L"Name", options.host->applicationName)
         .SetProperty(L"Version", options.version.c_str())
@@ -198,17 +235,18 @@ bool ParseOptions(int argc, wchar_t** argv, Options& options) {
             options.newDocument = true;
         } else if (arg == L"--read-only") {
             options.readOnly = true;
-        } else if (options.document.empty() && arg.rfind(L"--", 0) != 0) {
+        } else if (arg.rfind(L"--", 0) != 0) {
             wchar_t full[MAX_PATH];
             if (!GetFullPathNameW(argv[i], MAX_PATH, full, nullptr)) {
                 return false;
             }
-            options.document = full;
+            options.documents.push_back(full);
         } else {
             return false;
         }
     }
-    return !options.document.empty() || options.host->kind == kHostOutlook;
+    // Office hosts open one document; Outlook may have any number of items selected.
+    return options.host->kind == kHostOutlook ? true : options.documents.size() == 1;
 }
 
 // The connector is started asynchronously by the shell; its record shows up shortly after.
@@ -269,14 +307,19 @@ int Run(const Options& options) {
     const std::wstring record = TempPath() + L"connector_urls.txt";
     const size_t recordStart = ReadBytes(record).size();
 
-    std::unique_ptr<FakeOfficeHost> office;
-    if (options.host->kind != kHostOutlook) {
-        office = Office(options);
-    }
-    ComPtr<FakeDispatch> application = Application(options, office.get());
-    const ULONG applicationRefs = application->RefCount();
     Print(L"== " + std::wstring(options.host->applicationName) + L" " + options.version +
           L", simulated ==\n");
+    std::unique_ptr<FakeOfficeHost> office;
+    std::unique_ptr<FakeOutlook> outlook;
+    if (options.host->kind == kHostOutlook) {
+        outlook = Outlook(options);
+    } else {
+        office = Office(options);
+    }
+    ComPtr<FakeDispatch> application = Application(options, office.get(), outlook.get());
+    const ULONG applicationRefs = application->RefCount();
+    const RefCountList outlookRefs = outlook ? outlook->RefCounts() : RefCountList();
+    const ULONG mapiBuffers = outlook ? MapiSimLiveBuffers() : 0;
 
     SAFEARRAY* custom = nullptr;
     hr = addin->OnConnection(application.get(), ext_cm_Startup, nullptr, &custom);
@@ -320,10 +363,12 @@ int Run(const Options& options) {
     LPOLESTR name = const_cast<LPOLESTR>(callback.c_str());
     hr = callbacks->GetIDsOfNames(IID_NULL, &name, 1, LOCALE_USER_DEFAULT, &id);
     if (SUCCEEDED(hr)) {
-        // The ribbon passes its control; the control's Context is the window of the button.
+        // The ribbon passes its control; the control's Context is the window of the button
+        // (Outlook's explorer).
         ComPtr<FakeDispatch> control = FakeDispatch::Create();
+        FakeDispatch* context = outlook ? &outlook->Explorer() : application.get();
         control->SetProperty(L"Id", L"TLPMBTDX2_0001")
-            .SetProperty(L"Context", static_cast<IDispatch*>(application.get()));
+            .SetProperty(L"Context", static_cast<IDispatch*>(context));
         Variant argument(static_cast<IDispatch*>(control.get()));
         DISPPARAMS params{&argument, nullptr, 1, 0};
         hr = callbacks->Invoke(id, IID_NULL, LOCALE_USER_DEFAULT, DISPATCH_METHOD, &params, nullptr,
@@ -343,6 +388,20 @@ int Run(const Options& options) {
     addin.reset();
     Print(L"\ndisconnected; references the add-in still holds on the Application: " +
           std::to_wstring(application->RefCount() - applicationRefs) + L"\n");
+    if (outlook) {
+        const RefCountList now = outlook->RefCounts();
+        std::wstring held;
+        for (size_t i = 0; i < now.size(); ++i) {
+            const ULONG before = i < outlookRefs.size() ? outlookRefs[i].second : 0;
+            if (now[i].second != before) {
+                held += L" " + now[i].first + L" " + std::to_wstring(now[i].second - before);
+            }
+        }
+        Print(L"references still held on Outlook's objects:" + (held.empty() ? L" none" : held) +
+              L"; MAPI session objects still alive: " +
+              std::to_wstring(outlook->LiveMapiObjects()) + L"; MAPI buffers not freed: " +
+              std::to_wstring(MapiSimLiveBuffers() - mapiBuffers) + L"\n");
+    }
 
     Print(L"\nthe add-in's log (" + logPath + L"):\n");
     std::string log = ReadBytes(logPath);
@@ -358,7 +417,7 @@ int wmain(int argc, wchar_t** argv) {
         Print(
             L"usage: hostsim.exe [--host word|excel|powerpoint|outlook] [--version 16.0] [--new]\n"
             L"                   [--read-only] [--property Name=Value]... [--button Archive]\n"
-            L"                   <document>\n");
+            L"                   <document> | <item file>...\n");
         return 2;
     }
     if (FAILED(CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED))) {

@@ -9,8 +9,10 @@
 // (ItemText.h), and its MAPIOBJECT hands out that message's IMessage. Each item answers
 // QueryInterface for the Outlook item interface of its message class (_MailItem for "IPM.Note"
 // and the S/MIME classes, _ContactItem, _NoteItem, ... as Outlook does) and has MessageClass,
-// Subject, Body, EntryID, Size, ReceivedTime, SentOn, To, SenderName, SenderEmailAddress, Session
-// (the namespace) and SaveAs(path[, type]), which writes the message as a message file.
+// Subject, Body, EntryID, Size, ReceivedTime, SentOn, To, CC, BCC, Importance, SenderName,
+// SenderEmailAddress, Session (the namespace), MAPIOBJECT (its IMessage) and SaveAs(path[, type]),
+// which writes the message as a message file (an item read from a file writes that file again).
+// The values are read from the message each time, so a test may change the message meanwhile.
 //
 // The session (the namespace's MAPIOBJECT) answers IMAPISession; OpenAddressBook gives an address
 // book whose OpenEntry knows the entries added with AddAddressBookEntry and opens a mail user that
@@ -57,7 +59,8 @@ public:
     IMessage* Message(size_t index) const;
 
     // An Exchange user the address book resolves: OpenEntry(entryId) opens a mail user whose
-    // PR_SMTP_ADDRESS is `smtpAddress`.
+    // PR_SMTP_ADDRESS is `smtpAddress` (and whose PR_EMAIL_ADDRESS is a distinguished name made
+    // from it). Item texts add theirs with "addressbook" lines.
     void AddAddressBookEntry(const std::vector<BYTE>& entryId, const std::wstring& displayName,
                              const std::wstring& smtpAddress);
 
