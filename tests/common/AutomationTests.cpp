@@ -6,6 +6,7 @@
 #include "common/ComPtr.h"
 #include "common/Variant.h"
 #include "officesim/FakeDispatch.h"
+#include "support/TestFiles.h"
 
 namespace {
 
@@ -14,10 +15,6 @@ using FaultStyle = FakeDispatch::FaultStyle;
 
 // An error the host object models raise from inside a call (an Office "command failed").
 constexpr HRESULT kHostError = static_cast<HRESULT>(0x800A1066);
-
-std::wstring TextOf(const VARIANT& value) {
-    return value.vt == VT_BSTR && value.bstrVal ? value.bstrVal : L"<not a text>";
-}
 
 class AutomationTest : public testing::Test {
 protected:
@@ -108,19 +105,17 @@ TEST_F(AutomationTest, GetOrCallReadsAMemberThatIsAMethod) {
     EXPECT_EQ(static_cast<IDispatch*>(child.get()), item.get());
 }
 
-// Hosts answer with VT_DISPATCH as a rule, some collections with a plain VT_UNKNOWN.
+// Hosts answer with VT_DISPATCH as a rule (every capture test reads objects so and checks the
+// reference counts), some collections with a plain VT_UNKNOWN.
 TEST_F(AutomationTest, GetObjectPropertyHandsOutOneReferenceOfAnObjectAndNothingElse) {
-    for (VARTYPE vt : {VT_DISPATCH, VT_UNKNOWN}) {
-        SCOPED_TRACE(vt);
-        Variant held(static_cast<IDispatch*>(child.get()));
-        held.vt = vt;  // the same pointer serves as the IUnknown
-        object->SetProperty(L"ActiveDocument", held);
-        const ULONG start = child->RefCount();
-        ComPtr<IDispatch> document;
-        ASSERT_EQ(S_OK, GetObjectPropertyNoThrow(object.get(), L"ActiveDocument", document.put()));
-        EXPECT_EQ(static_cast<IDispatch*>(child.get()), document.get());
-        EXPECT_EQ(start + 1, child->RefCount());
-    }
+    Variant held(static_cast<IDispatch*>(child.get()));
+    held.vt = VT_UNKNOWN;  // the same pointer serves as the IUnknown
+    object->SetProperty(L"ActiveDocument", held);
+    const ULONG start = child->RefCount();
+    ComPtr<IDispatch> document;
+    ASSERT_EQ(S_OK, GetObjectPropertyNoThrow(object.get(), L"ActiveDocument", document.put()));
+    EXPECT_EQ(static_cast<IDispatch*>(child.get()), document.get());
+    EXPECT_EQ(start + 1, child->RefCount());
     object->SetProperty(L"Name", L"Angebot 2024.docx");
     object->SetProperty(L"Parent", static_cast<IDispatch*>(nullptr));
     IDispatch* result = child.get();

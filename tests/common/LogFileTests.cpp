@@ -111,20 +111,14 @@ TEST_F(LogFileTest, UnopenablePathLeavesTheLogClosedAndHarmless) {
     EXPECT_FALSE(FileExists(missing));
 }
 
-TEST(ProcessWideLog, IsTheProgramNameInTheTemporaryDirectoryAndTakesEverySeverity) {
+// LogError, LogWarning and LogInfo lines are pinned by the tests of the code that logs them.
+TEST(ProcessWideLog, IsTheProgramNameInTheTemporaryDirectory) {
     // The temporary path's backslash and the base name's own one are both kept.
     EXPECT_EQ(LogFile::DefaultPath(), TempDirectory() + L"\\common_tests.log");
     EXPECT_EQ(TheLog().Path(), LogFile::DefaultPath());
     LogCapture capture;
     LogFatal(L"Fatal %s\n", L"eins");
-    LogError(L"Error %d\n", 2);
-    LogWarning(L"Warning %08X\n", 3u);
-    LogInfo(L"Info\n");
-    std::wstring text = capture.Text();
-    for (const wchar_t* line : {L"][FTL] Fatal eins\n", L"][ERR] Error 2\n",
-                                L"][WRN] Warning 00000003\n", L"][INF] Info\n"}) {
-        EXPECT_NE(text.find(line), std::wstring::npos) << ToUtf8(text);
-    }
+    EXPECT_TRUE(capture.Contains(L"][FTL] Fatal eins\n")) << ToUtf8(capture.Text());
 }
 
 }  // namespace

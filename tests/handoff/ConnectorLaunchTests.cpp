@@ -57,7 +57,6 @@ TEST(ConnectorUrl, NamesTheChosenTargetTheHostAndTheHandOffs) {
          {},
          2,
          L"talvorn:\\\\di$appid=1$configid=1appid=3$configid=3$startapp=2$files="},
-        {"NoTargetsAndNoHandOffs", {}, nullptr, {}, 2, L"talvorn:\\\\di$$startapp=2$files="},
     };
     for (const UrlCase& row : cases) {
         SCOPED_TRACE(row.name);

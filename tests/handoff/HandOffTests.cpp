@@ -17,10 +17,6 @@ std::string Replace(std::string text, const std::string& from, const std::string
     return text;
 }
 
-bool Contains(const std::string& text, const std::string& piece) {
-    return text.find(piece) != std::string::npos;
-}
-
 class HandOffTest : public testing::Test {
 protected:
     // A staging folder: its path without the trailing backslash, and its name.

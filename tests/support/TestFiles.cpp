@@ -1,5 +1,6 @@
 #include "support/TestFiles.h"
 
+#include <filesystem>
 #include <stdexcept>
 
 #include "common/LogFile.h"
@@ -51,29 +52,9 @@ LONGLONG FileSize(const std::wstring& path) {
 }
 
 void DeleteTree(const std::wstring& path) {
-    std::wstring folder = path;
-    if (!folder.empty() && folder.back() == L'\\') {
-        folder.pop_back();
-    }
-    WIN32_FIND_DATAW found;
-    UniqueFindHandle find(FindFirstFileW((folder + L"\\*").c_str(), &found));
-    if (find) {
-        do {
-            std::wstring name = found.cFileName;
-            if (name == L"." || name == L"..") {
-                continue;
-            }
-            std::wstring child = folder + L"\\" + name;
-            if (found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) {
-                DeleteTree(child);
-            } else {
-                SetFileAttributesW(child.c_str(), FILE_ATTRIBUTE_NORMAL);
-                DeleteFileW(child.c_str());
-            }
-        } while (FindNextFileW(find.get(), &found));
-    }
-    find.reset();
-    RemoveDirectoryW(folder.c_str());
+    std::error_code ignored;  // what cannot be removed stays behind, no reason to stop a test
+    std::filesystem::remove_all(path.ends_with(L'\\') ? path.substr(0, path.size() - 1) : path,
+                                ignored);
 }
 
 std::string ToUtf8(const std::wstring& text) {

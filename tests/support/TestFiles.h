@@ -2,6 +2,7 @@
 // temporary folder per test, and the path of a file in the source tree.
 #pragma once
 
+#include <oaidl.h>
 #include <windows.h>
 
 #include <string>
@@ -16,6 +17,14 @@ void DeleteTree(const std::wstring& path);
 // UTF-16 to UTF-8 and back, for comparing what the product wrote with what a test expects.
 std::string ToUtf8(const std::wstring& text);
 std::wstring FromUtf8(const std::string& text);
+
+inline bool Contains(const std::string& text, const std::string& piece) {
+    return text.find(piece) != std::string::npos;
+}
+// A recorded argument or result as text, or a marker when it is no text.
+inline std::wstring TextOf(const VARIANT& value) {
+    return value.vt == VT_BSTR && value.bstrVal ? value.bstrVal : L"<not a text>";
+}
 
 // The Windows path of `relative` (with forward slashes) below the tests folder of the source tree.
 std::wstring TestSourcePath(const std::wstring& relative);

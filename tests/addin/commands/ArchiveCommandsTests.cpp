@@ -28,10 +28,6 @@ const std::wstring kErrorCaption = L"Fehler bei der Dokumentablage";
 const std::wstring kSelectCaption = L"Dokument ablegen";
 constexpr int32_t kMajorVersion = 16;
 
-bool Contains(const std::string& text, const std::string& piece) {
-    return text.find(piece) != std::string::npos;
-}
-
 std::string HandOffOf(const FakeCaptures::StagedFile& file) {
     return ReadFileBytes(file.folder + L"\\" + file.id + L".xml");
 }

@@ -188,10 +188,6 @@ INSTANTIATE_TEST_SUITE_P(
         CountRow{"LowBitsZero", L"65536", S_OK,
                  L"[INF] Count of properties 65536\n[WRN] Properties are not defined!\n"},
         CountRow{"LowBitsNegative", L"32768", S_OK, L"[INF] Count of properties 32768\n"},
-        CountRow{"Two", L"2", S_OK,
-                 L"[INF] Count of properties 2\n[INF] Found property Projekt typ 0\n"
-                 L"[INF] Collect property Projekt value Apollo\n[INF] Found property Kunde typ 0\n"
-                 L"[INF] Collect property Kunde value Beispiel GmbH\n"},
         CountRow{"Unreadable", L"2", kHostError,
                  L"[ERR] CopyProperties: Can't get count property of document properties! "
                  L"hr = 0x800A13BA\n"}),

@@ -39,10 +39,6 @@ testing::AssertionResult TimeNamed(const std::wstring& name, const std::wstring&
 std::wstring FolderOf(const std::wstring& path) { return path.substr(0, path.rfind(L'\\') + 1); }
 std::wstring NameOf(const std::wstring& path) { return path.substr(path.rfind(L'\\') + 1); }
 
-std::wstring TextOf(const VARIANT& value) {
-    return value.vt == VT_BSTR && value.bstrVal ? value.bstrVal : L"<not a text>";
-}
-
 // The arguments of the first call of `member`, as recorded.
 const FakeDispatch::Args& ArgumentsOf(const FakeDispatch& object, const std::wstring& member) {
     static const FakeDispatch::Args none;
