@@ -13,6 +13,11 @@
 inline constexpr HRESULT kNothingSelected = static_cast<HRESULT>(0x80044302);
 inline constexpr HRESULT kUnsupportedItem = static_cast<HRESULT>(0x80044303);
 
+// The names under which an Outlook item's own identifiers travel with it: captured from the item,
+// and read back to find it again when an archived mail is deleted.
+inline constexpr wchar_t kEntryIdName[] = L"PR_ENTRYID";
+inline constexpr wchar_t kStoreEntryIdName[] = L"PR_STORE_ENTRYID";
+
 // One record per attachment, with the names of common/AttachmentRecord.h: name, size, hidden flag
 // and key; the choice dialog adds the selected mark to the records the user chose.
 using AttachmentList = std::vector<PropertyMap>;

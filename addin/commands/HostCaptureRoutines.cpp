@@ -1,6 +1,8 @@
 #include "addin/commands/HostCaptureRoutines.h"
 
 #include "capture/office/OfficeDocumentCapture.h"
+#include "capture/outlook/OutlookCapture.h"
+#include "common/ComError.h"
 #include "common/HostKind.h"
 #include "common/LogFile.h"
 
@@ -29,12 +31,17 @@ HRESULT CHostCaptureRoutines::SaveOfficeDocument(int32_t hostKind, IDispatch* ap
     }
 }
 
-HRESULT CHostCaptureRoutines::GetOutlookDocumentCount(IDispatch*) {
-    return OutlookCaptureMissing(L"GetOutlookDocumentCount");
+HRESULT CHostCaptureRoutines::GetOutlookDocumentCount(IDispatch* application) {
+    return ::GetOutlookDocumentCount(application);
 }
 
-HRESULT CHostCaptureRoutines::SaveOutlookDocument(IDispatch*, PathBuffer*, PropertyMap*, int32_t) {
-    return OutlookCaptureMissing(L"SaveOutlookDocument");
+// Running out of memory while building a text ends the capture with E_OUTOFMEMORY, which the
+// command reports as such.
+HRESULT CHostCaptureRoutines::SaveOutlookDocument(IDispatch* application, PathBuffer* paths,
+                                                  PropertyMap* maps, int32_t count) try {
+    return ::SaveOutlookDocument(application, paths, maps, count);
+} catch (...) {
+    return HResultFromCaughtException();
 }
 
 HRESULT CHostCaptureRoutines::SaveOutlookItem(IDispatch*, IDispatch*, int32_t, PathBuffer&,
