@@ -1,7 +1,14 @@
 // The connector automation object ("Talvorn.DorvaneConnectorDX2COM"), through which the connector
 // side hands files to the hand-off writer, opens the settings and info dialogs and deletes
-// archived mail. Its methods "Run", "DisplaySettings", "DisplayInfo" and "DeleteMail" are known
-// by name; this build does not carry them out yet and answers E_NOTIMPL.
+// archived mail. Any automation client in any process may create it; its methods are known by name
+// only (no type library):
+//   Run(files) -> Boolean                  one path, or an array of paths
+//   DisplaySettings() -> Boolean           True when the user changed and saved the settings
+//   DisplayInfo()
+//   DeleteMail(names, values) -> Boolean   two arrays of equal length, or
+//   DeleteMail(name, value[, name, value...])
+// Wrong arguments answer DISP_E_BADPARAMCOUNT, DISP_E_TYPEMISMATCH or DISP_E_PARAMNOTOPTIONAL with
+// puArgErr; refusals answer DISP_E_EXCEPTION with an English description in EXCEPINFO.
 #pragma once
 
 #include <oaidl.h>
