@@ -1,0 +1,484 @@
+// The signed-mail way through the Redemption library, its attachment listing and the deletion of
+// archived mail, against scripted automation objects for the library's folders, mails and
+// attachments and for Outlook's namespace and items. Every case checks that each object got back
+// every reference the product took.
+#include <windows.h>
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "capture/CaptureTypes.h"
+#include "capture/outlook/Attachments.h"
+#include "capture/outlook/DeleteMail.h"
+#include "capture/outlook/OutlookCapture.h"
+#include "capture/outlook/Redemption.h"
+#include "common/AttachmentRecord.h"
+#include "handoff/StagingArea.h"
+#include "outlooksim/FakeOutlook.h"
+#include "support/TestFiles.h"
+#include "support/WindowWatcher.h"
+#include "tools/mapisim/MapiSim.h"
+
+namespace {
+
+Variant Date(double value) {
+    Variant date;
+    date.vt = VT_DATE;
+    date.date = value;
+    return date;
+}
+
+// The values FindRDOMail compares, as Outlook's item and the library's mail both answer them.
+struct Mail {
+    const wchar_t* entryId = L"00AA";
+    const wchar_t* subject = L"Angebot";
+    int32_t size = 4096;
+    const wchar_t* messageClass = L"IPM.Note.SMIME";
+    const wchar_t* sentOnBehalfOf = L"Erika";
+    double received = 45426.5;
+    const wchar_t* to = L"Max";
+    double sentOn = 45426.25;
+};
+
+ComPtr<FakeDispatch> MakeMail(const Mail& m) {
+    ComPtr<FakeDispatch> mail = FakeDispatch::Create();
+    mail->SetProperty(L"EntryID", m.entryId)
+        .SetProperty(L"Subject", m.subject)
+        .SetProperty(L"Size", Variant(m.size))
+        .SetProperty(L"MessageClass", m.messageClass)
+        .SetProperty(L"SentOnBehalfOfName", m.sentOnBehalfOf)
+        .SetProperty(L"ReceivedTime", Date(m.received))
+        .SetProperty(L"To", m.to)
+        .SetProperty(L"SentOn", Date(m.sentOn));
+    return mail;
+}
+
+// A collection answering Count and, counted from 1, `member`(i).
+ComPtr<FakeDispatch> MakeCollection(const std::vector<ComPtr<FakeDispatch>>& elements,
+                                    const wchar_t* member) {
+    ComPtr<FakeDispatch> collection = FakeDispatch::Create();
+    collection->SetProperty(L"Count", Variant(static_cast<int32_t>(elements.size())));
+    std::vector<FakeDispatch*> raw;
+    for (const auto& element : elements) {
+        raw.push_back(element.get());
+    }
+    collection->SetComputedProperty(member, [raw](const FakeDispatch::Args& args, VARIANT* result) {
+        const int32_t index = args.at(0).lVal;
+        if (index < 1 || index > static_cast<int32_t>(raw.size())) {
+            return DISP_E_BADINDEX;
+        }
+        result->vt = VT_DISPATCH;
+        result->pdispVal = raw[index - 1];
+        result->pdispVal->AddRef();
+        return S_OK;
+    });
+    return collection;
+}
+
+class RedemptionTest : public ::testing::Test {
+protected:
+    // The library's folder of `mails`, whose store id is "5TORE".
+    void MakeFolder(const std::vector<Mail>& contents) {
+        for (const Mail& m : contents) {
+            mails.push_back(MakeMail(m));
+        }
+        items = MakeCollection(mails, L"_Item");
+        folder = FakeDispatch::Create();
+        folder->SetProperty(L"Items", items.get()).SetProperty(L"StoreID", L"5TORE");
+    }
+
+    // Every object is held by the test alone again.
+    void ExpectAllReleased() const {
+        for (const auto& object : {folder, items, selected}) {
+            if (object) {
+                EXPECT_EQ(1u, object->RefCount());
+            }
+        }
+        for (const auto& mail : mails) {
+            EXPECT_EQ(1u, mail->RefCount());
+        }
+    }
+
+    TempDirectoryOverride temp;
+    LogCapture log;
+    std::vector<ComPtr<FakeDispatch>> mails;
+    ComPtr<FakeDispatch> items;
+    ComPtr<FakeDispatch> folder;
+    ComPtr<FakeDispatch> selected = MakeMail(Mail{});
+};
+
+// --- FindRDOMail: by entry id, else by the compared values; the first match wins.
+
+struct FindCase {
+    const char* label;
+    std::vector<Mail> folder;
+    int found;  // index into the folder, -1 for none
+};
+
+void PrintTo(const FindCase& c, std::ostream* os) { *os << c.label; }
+
+class FindRDOMailTest : public RedemptionTest, public ::testing::WithParamInterface<FindCase> {};
+
+TEST_P(FindRDOMailTest, FindsTheFirstMatchingMail) {
+    MakeFolder(GetParam().folder);
+    ComPtr<IDispatch> found;
+    const HRESULT hr = FindRDOMail(folder.get(), selected.get(), found);
+    if (GetParam().found < 0) {
+        EXPECT_EQ(E_FAIL, hr);
+        EXPECT_FALSE(found);
+        EXPECT_TRUE(log.Contains(L"### No mail found! ###\n"));
+    } else {
+        ASSERT_EQ(S_OK, hr);
+        EXPECT_EQ(static_cast<IDispatch*>(mails[GetParam().found].get()), found.get());
+        found.reset();
+    }
+    EXPECT_TRUE(log.Contains(L"There are " + std::to_wstring(GetParam().folder.size()) +
+                             L" items in that folder.\n"));
+    ExpectAllReleased();
+}
+
+Mail Other() {
+    return Mail{L"FF01", L"Rechnung", 100, L"IPM.Note", L"Jonas", 1.0, L"Ina", 2.0};
+}
+Mail With(void (*change)(Mail&)) {
+    Mail m;
+    m.entryId = L"FF02";
+    change(m);
+    return m;
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Rules, FindRDOMailTest,
+    ::testing::Values(
+        FindCase{"entry id alone, any case", {Other(), [] {
+                                                  Mail m = Other();
+                                                  m.entryId = L"00aa";
+                                                  return m;
+                                              }()},
+                 1},
+        FindCase{"same values, any case", {With([](Mail& m) {
+                     m.subject = L"ANGEBOT";
+                     m.to = L"Someone else";
+                     m.sentOn = 1.0;
+                 })},
+                 0},
+        FindCase{"representing sender differs, To agrees",
+                 {With([](Mail& m) { m.sentOnBehalfOf = L"Jonas"; })}, 0},
+        FindCase{"received differs, sent agrees", {With([](Mail& m) { m.received = 3.0; })}, 0},
+        FindCase{"size differs", {With([](Mail& m) { m.size = 4097; })}, -1},
+        FindCase{"sender and To differ", {With([](Mail& m) {
+                     m.sentOnBehalfOf = L"Jonas";
+                     m.to = L"Ina";
+                 })},
+                 -1},
+        FindCase{"both times differ", {With([](Mail& m) {
+                     m.received = 3.0;
+                     m.sentOn = 4.0;
+                 })},
+                 -1},
+        FindCase{"two identical", {Other(), With([](Mail&) {}), With([](Mail&) {})}, 1},
+        FindCase{"empty folder", {}, -1}));
+
+// --- The mail's values, read by automation name.
+
+TEST_F(RedemptionTest, MailValuesAreReadByNameIntoTheMap) {
+    MakeFolder({});
+    ComPtr<FakeDispatch> mail = MakeMail(Mail{});
+    const std::wstring longSubject(3000, L's');
+    mail->SetProperty(L"To", L"")
+        .SetProperty(L"CC", L"Ina")
+        .SetProperty(L"BCC", L"Bert")
+        .SetProperty(L"Importance", Variant(2))
+        .SetProperty(L"Subject", longSubject.c_str())
+        .SetProperty(L"SenderName", L"Erika Muster")
+        .SetProperty(L"ReceivedTime", Date(45426.75));  // 2024-05-14 18:00
+    PropertyMap map;
+
+    ReadRDOMailValues(mail.get(), folder.get(), map);
+
+    wchar_t date[32];
+    const SYSTEMTIME may14{2024, 5, 2, 14, 18, 0, 0, 0};
+    GetDateFormatW(LOCALE_USER_DEFAULT, LOCALE_NOUSEROVERRIDE, &may14, nullptr, date, 32);
+    const struct {
+        const wchar_t* name;
+        std::wstring value;
+        uint32_t flag;
+    } expected[] = {
+        {L"OTL_MSG_BCC", L"Bert", 1},
+        {L"OTL_MSG_CC", L"Ina", 1},
+        {L"OTL_MSG_IMPORTANCE", L"2", 1},
+        {L"OTL_MSG_RECIEVEDATE", date, 1},
+        {L"OTL_MSG_SENDERNAME", L"Erika Muster", 1},
+        {L"OTL_MSG_SENDER_EMAIL_ADDRESS", L"", 1},
+        {L"OTL_MSG_SUBJECT", longSubject.substr(0, 2047), 1},
+        {L"OTL_MSG_TO", L"", 1},
+        {L"OTL_MSG_TO_SMTP_ADDRESS", L";Ina;Bert", 1},
+        {L"PR_ENTRYID", L"00AA", 0},
+        {L"PR_STORE_ENTRYID", L"5TORE", 0},
+    };
+    ASSERT_EQ(std::size(expected), map.size());
+    auto entry = map.begin();
+    for (const auto& e : expected) {
+        EXPECT_EQ(e.name, entry->first);
+        EXPECT_EQ(e.value, entry->second.value) << e.name;
+        EXPECT_EQ(e.flag, entry->second.flag) << e.name;
+        ++entry;
+    }
+    // The sender's address is missing; its failure has always borrowed the sender name's text.
+    EXPECT_TRUE(log.Contains(L"Can't get property SenderName from mail item! hr = 0x80020006\n"));
+    EXPECT_TRUE(log.Contains(
+        L"Collect MAPI property PR_SMTP_ADDRESS/PR_EMAIL_ADDRESS value ;Ina;Bert\n"));
+    EXPECT_EQ(1u, mail->RefCount());
+    ExpectAllReleased();
+}
+
+// --- Attachments: listed from the decrypted message, hidden ones left out, chosen ones saved.
+
+class AttachmentQueryTest : public RedemptionTest {
+protected:
+    void SetUp() override {
+        MakeFolder({Mail{}});
+        const struct {
+            const wchar_t* name;
+            int32_t size;
+            bool hidden;
+        } files[] = {{L"logo.png", 10, true},
+                     {L"Angebot.pdf", 1200, false},
+                     {L"bild.gif", 20, true},
+                     {L"Preise.xlsx", 800, false}};
+        for (const auto& f : files) {
+            ComPtr<FakeDispatch> attachment = FakeDispatch::Create();
+            attachment->SetProperty(L"FileName", f.name)
+                .SetProperty(L"Size", Variant(f.size))
+                .SetProperty(L"Hidden", f.hidden)
+                .SetMethod(L"SaveAsFile", [](const FakeDispatch::Args&, VARIANT*) { return S_OK; });
+            attachments.push_back(attachment);
+        }
+        collection = MakeCollection(attachments, L"Item");
+        decrypted->SetProperty(L"Attachments", collection.get());
+        IDispatch* message = decrypted.get();
+        mails[0]->SetMethod(L"GetDecryptedMessage",
+                            [message](const FakeDispatch::Args&, VARIANT* result) {
+                                result->vt = VT_DISPATCH;
+                                result->pdispVal = message;
+                                message->AddRef();
+                                return S_OK;
+                            });
+    }
+    void TearDown() override {
+        for (const auto& object : attachments) {
+            EXPECT_EQ(1u, object->RefCount());
+        }
+        EXPECT_EQ(1u, collection->RefCount());
+        EXPECT_EQ(1u, decrypted->RefCount());
+        ExpectAllReleased();
+    }
+    HRESULT Query(int32_t mode) {
+        return QueryRDOItemAttachmentList(folder.get(), selected.get(), mode, list, files);
+    }
+
+    std::vector<ComPtr<FakeDispatch>> attachments;
+    ComPtr<FakeDispatch> collection;
+    ComPtr<FakeDispatch> decrypted = FakeDispatch::Create();
+    AttachmentList list;
+    FileList files;
+};
+
+TEST_F(AttachmentQueryTest, ListsTheVisibleAttachmentsKeyedByTheirPositionAmongAll) {
+    ASSERT_EQ(S_OK, Query(kListAttachments));
+    ASSERT_EQ(2u, list.size());
+    const wchar_t* expected[2][3] = {{L"Angebot.pdf", L"1200", L"2"},
+                                     {L"Preise.xlsx", L"800", L"4"}};
+    for (size_t i = 0; i < 2; ++i) {
+        EXPECT_EQ(4u, list[i].size());
+        EXPECT_EQ(expected[i][0], list[i].Find(kAttachmentName)->value);
+        EXPECT_EQ(expected[i][1], list[i].Find(kAttachmentSize)->value);
+        EXPECT_EQ(expected[i][2], list[i].Find(kAttachmentKey)->value);
+        EXPECT_EQ(L"0", list[i].Find(kAttachmentHidden)->value);
+        for (const auto& [name, entry] : list[i]) {
+            EXPECT_EQ(0u, entry.flag) << name.c_str();
+        }
+    }
+    EXPECT_TRUE(files.empty());
+}
+
+TEST_F(AttachmentQueryTest, OnlyHiddenAttachmentsListNothing) {
+    attachments[1]->SetProperty(L"Hidden", true);
+    attachments[3]->SetProperty(L"Hidden", true);
+    ASSERT_EQ(S_OK, Query(kListAttachments));
+    EXPECT_TRUE(list.empty());
+}
+
+TEST_F(AttachmentQueryTest, SavesEachChosenAttachmentIntoAStagingFolderOfItsOwn) {
+    ASSERT_EQ(S_OK, Query(kListAttachments));
+    // Any text marks a record chosen, even "0".
+    list[0].Add(kAttachmentSelected, L"0", 0);
+    list[1].Add(kAttachmentSelected, L"1", 0);
+    attachments[1]->FailCall(L"SaveAsFile", 1, E_ACCESSDENIED);
+
+    ASSERT_EQ(S_OK, Query(kSaveAttachments));
+    ASSERT_EQ(1u, files.size());
+    EXPECT_TRUE(IsInStagingArea(files[0].c_str())) << files[0].c_str();
+    EXPECT_EQ(L"\\Preise.xlsx", files[0].substr(files[0].rfind(L'\\')));
+    ASSERT_EQ(1u, attachments[3]->CallCount(L"SaveAsFile"));
+    EXPECT_EQ(files[0], attachments[3]->Calls().back().args.at(0).bstrVal);
+    EXPECT_TRUE(log.Contains(L"Can't save the attachment! hr = 0x80070005\n"));
+    // The failed one had its own folder, given up; the saved one's folder holds it alone.
+    const std::wstring failedPath = attachments[1]->Calls().back().args.at(0).bstrVal;
+    const std::wstring failedFolder = failedPath.substr(0, failedPath.rfind(L'\\') + 1);
+    EXPECT_NE(failedFolder, files[0].substr(0, files[0].rfind(L'\\') + 1));
+    EXPECT_TRUE(FileExists(failedFolder + L"__freetodelete__.bin"));
+    EXPECT_EQ(0u, attachments[0]->CallCount(L"SaveAsFile"));
+}
+
+// --- The library not installed: the user is told, and nothing is archived.
+
+TEST(UnregisteredRedemptionTest, SignedMailIsNotArchivedAndTheUserIsTold) {
+    TempDirectoryOverride temp;
+    LogCapture log;
+    {
+        FakeOutlook outlook;
+        outlook.SelectItemText(L"class = IPM.Note.SMIME\nPR_SUBJECT = Signiert\n");
+        WindowWatcher watcher;
+        watcher.Expect(L"talvorn dorvane").Click(IDOK);
+        PathBuffer path{};
+        PropertyMap map;
+        const RefCountList before = outlook.RefCounts();
+
+        EXPECT_TRUE(FAILED(SaveOutlookDocument(&outlook.Application(), &path, &map, 1)));
+
+        watcher.Verify();
+        ASSERT_EQ(1u, watcher.Seen().size());
+        EXPECT_TRUE(watcher.Seen()[0].HasText(L"Die Redemption Schnittstelle ist nicht registriert."));
+        EXPECT_EQ(L"", std::wstring(path.data()));
+        EXPECT_TRUE(map.empty());
+        EXPECT_EQ(before, outlook.RefCounts());
+        EXPECT_TRUE(log.Contains(L"Can't get CLSID for Redemption.RDOSession! hr = 0x800401F3\n"));
+    }
+    EXPECT_EQ(0u, MapiSimLiveObjects());
+    EXPECT_EQ(0u, MapiSimLiveBuffers());
+}
+
+// --- Deleting an archived mail, named by its identifiers.
+
+class DeleteMailTest : public ::testing::Test {
+protected:
+    DeleteMailTest() {
+        IDispatch* ns = nameSpace.get();
+        application->SetProperty(L"Version", L"16.0.0.5000")
+            .SetMethod(L"GetNameSpace", [ns](const FakeDispatch::Args&, VARIANT* result) {
+                result->vt = VT_DISPATCH;
+                result->pdispVal = ns;
+                ns->AddRef();
+                return S_OK;
+            });
+        IDispatch* found = item.get();
+        nameSpace->SetMethod(L"GetItemFromID", [found](const FakeDispatch::Args&, VARIANT* result) {
+            result->vt = VT_DISPATCH;
+            result->pdispVal = found;
+            found->AddRef();
+            return S_OK;
+        });
+        item->SetProperty(L"MessageClass", L"IPM.Note")
+            .SetProperty(L"Session", nameSpace.get())
+            .SetMethod(L"Delete", [](const FakeDispatch::Args&, VARIANT*) { return S_OK; });
+        properties.Add(kEntryIdName, L"00AA", 0);
+        properties.Add(kStoreEntryIdName, L"00BB", 0);
+    }
+    ~DeleteMailTest() override {
+        item->SetProperty(L"Session", static_cast<IDispatch*>(nullptr));
+        application->ClearCalls();
+        nameSpace->ClearCalls();
+        EXPECT_EQ(1u, application->RefCount());
+        EXPECT_EQ(1u, nameSpace->RefCount());
+        EXPECT_EQ(1u, item->RefCount());
+    }
+
+    TempDirectoryOverride temp;
+    LogCapture log;
+    ComPtr<FakeDispatch> application = FakeDispatch::Create();
+    ComPtr<FakeDispatch> nameSpace = FakeDispatch::Create();
+    ComPtr<FakeDispatch> item = FakeDispatch::Create();
+    PropertyMap properties;
+};
+
+TEST_F(DeleteMailTest, PlainMailIsDeletedThroughOutlook) {
+    EXPECT_EQ(S_OK, DeleteMailItem(application.get(), properties));
+    EXPECT_EQ(1u, item->CallCount(L"Delete"));
+    const FakeDispatch::CallRecord& lookup = nameSpace->Calls().back();
+    EXPECT_EQ(std::wstring(L"00AA"), lookup.args.at(0).bstrVal);
+    EXPECT_EQ(std::wstring(L"00BB"), lookup.args.at(1).bstrVal);
+    EXPECT_EQ(std::wstring(L"MAPI"), application->Calls().back().args.at(0).bstrVal);
+}
+
+struct DeleteFailureCase {
+    const char* label;
+    void (*arrange)(DeleteMailTest& test, PropertyMap& properties);
+    const wchar_t* logLine;
+};
+
+void PrintTo(const DeleteFailureCase& c, std::ostream* os) { *os << c.label; }
+
+class DeleteFailureTest : public DeleteMailTest,
+                          public ::testing::WithParamInterface<DeleteFailureCase> {
+public:
+    FakeDispatch& Namespace() { return *nameSpace; }
+    FakeDispatch& Item() { return *item; }
+};
+
+TEST_P(DeleteFailureTest, IsLoggedAndDeletesNothing) {
+    GetParam().arrange(*this, properties);
+    EXPECT_TRUE(FAILED(DeleteMailItem(application.get(), properties)));
+    EXPECT_EQ(0u, item->CallCount(L"Delete"));
+    EXPECT_TRUE(log.Contains(GetParam().logLine)) << log.Text();
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Failures, DeleteFailureTest,
+    ::testing::Values(
+        DeleteFailureCase{"no entry id",
+                          [](DeleteMailTest&, PropertyMap& p) {
+                              p = PropertyMap();
+                              p.Add(kStoreEntryIdName, L"00BB", 0);
+                          },
+                          L"Can't find custom document property PR_ENTRYID!\n"},
+        DeleteFailureCase{"empty entry id",
+                          [](DeleteMailTest&, PropertyMap& p) { p.Add(kEntryIdName, L"", 0); },
+                          L"Invalid value of custom document property PR_ENTRYID!\n"},
+        DeleteFailureCase{"empty store id",
+                          [](DeleteMailTest&, PropertyMap& p) {
+                              p.Add(kStoreEntryIdName, L"", 0);
+                          },
+                          L"Invalid value of custom document property PR_STORE_ENTRYID!\n"},
+        DeleteFailureCase{"item not found",
+                          [](DeleteMailTest& t, PropertyMap&) {
+                              static_cast<DeleteFailureTest&>(t).Namespace().FailCall(
+                                  L"GetItemFromID", 1, MAPI_E_NOT_FOUND);
+                          },
+                          L"Error in GetItemFromID(00AA,00BB)! hr = 0x8004010F\n"},
+        DeleteFailureCase{"Outlook refuses",
+                          [](DeleteMailTest& t, PropertyMap&) {
+                              static_cast<DeleteFailureTest&>(t).Item().FailCall(
+                                  L"Delete", 1, E_ACCESSDENIED);
+                          },
+                          L"Failed to delete mail item! hr = 0x80070005\n"}));
+
+TEST_F(DeleteMailTest, SignedMailGoesToTheLibraryWhichMustBeInstalled) {
+    item->SetProperty(L"MessageClass", L"ipm.note.smime.multipartsigned");
+    nameSpace->SetProperty(L"MAPIOBJECT", static_cast<IDispatch*>(application.get()));
+    WindowWatcher watcher;
+    watcher.Expect(L"talvorn dorvane").Click(IDOK);
+
+    EXPECT_EQ(CO_E_CLASSSTRING, DeleteMailItem(application.get(), properties));
+
+    watcher.Verify();
+    EXPECT_EQ(0u, item->CallCount(L"Delete"));
+    EXPECT_TRUE(log.Contains(L"Fehler bei der Kommunikation mit der Redemption Schnittstelle.\n"));
+    EXPECT_TRUE(log.Contains(L"Can't get CLSID for Redemption.RDOSession! hr = 0x800401F3\n"));
+    nameSpace->SetProperty(L"MAPIOBJECT", static_cast<IDispatch*>(nullptr));
+}
+
+}  // namespace
