@@ -131,8 +131,8 @@ HRESULT QueryRDOItemAttachmentList(IDispatch* folder, IDispatch* item, int32_t m
         return E_FAIL;
     }
     ComPtr<IDispatch> message;
-    HRESULT hr = GetObjectPropertyNoThrow(mail.get(), GetOrCall(L"GetDecryptedMessage"),
-                                          message.put());
+    HRESULT hr =
+        GetObjectPropertyNoThrow(mail.get(), GetOrCall(L"GetDecryptedMessage"), message.put());
     if (FAILED(hr)) {
         LogError(L"Can't decrypt message! hr = 0x%08X\n", hr);
         return hr;
@@ -194,8 +194,8 @@ HRESULT GetAttachmentList(IDispatch* application, IDispatch* item, AttachmentLis
     });
 }
 
-HRESULT SaveAttachments(IDispatch* application, IDispatch* item,
-                        const AttachmentList& attachments, FileList& files) {
+HRESULT SaveAttachments(IDispatch* application, IDispatch* item, const AttachmentList& attachments,
+                        FileList& files) {
     LogInfo(L"Entering SaveAttachments\n");
     // Keys count positions within one mail, so each mail is shown only the records listed for it:
     // listing it again tells how many of the records in order are its own.

@@ -27,5 +27,5 @@ HRESULT GetAttachmentList(IDispatch* application, IDispatch* item, AttachmentLis
 
 // Saves the attachments chosen in `attachments` (as GetAttachmentList listed them for the same
 // `item` or selection) and gives their paths in `files`.
-HRESULT SaveAttachments(IDispatch* application, IDispatch* item,
-                        const AttachmentList& attachments, FileList& files);
+HRESULT SaveAttachments(IDispatch* application, IDispatch* item, const AttachmentList& attachments,
+                        FileList& files);

@@ -59,8 +59,8 @@ HRESULT DeleteMailItem(IDispatch* application, const PropertyMap& properties) {
         return E_INVALIDARG;
     }
     wchar_t failure[kDeleteFailureCapacity] = L"";
-    const HRESULT hr = DeleteMailByID(application, entryId->value.c_str(),
-                                      storeId->value.c_str(), failure, kDeleteFailureCapacity);
+    const HRESULT hr = DeleteMailByID(application, entryId->value.c_str(), storeId->value.c_str(),
+                                      failure, kDeleteFailureCapacity);
     if (FAILED(hr)) {
         LogError(L"%s", failure);
     }
@@ -79,8 +79,8 @@ HRESULT DeleteMailByID(IDispatch* application, const wchar_t* entryId, const wch
     }
     Variant mapi(L"MAPI");
     ComPtr<IDispatch> nameSpace;
-    hr = GetObjectPropertyNoThrow(application, GetOrCall(L"GetNameSpace"), nameSpace.put(),
-                                  {&mapi});
+    hr =
+        GetObjectPropertyNoThrow(application, GetOrCall(L"GetNameSpace"), nameSpace.put(), {&mapi});
     if (FAILED(hr)) {
         report(L"Can't get name space object! hr = 0x%08X\n", hr);
         return hr;

@@ -43,4 +43,3 @@ void LogOutlookVersion(IDispatch* application) {
     const std::wstring major = full.substr(0, full.find(L'.'));
     LogInfo(L"Outlookversion: %s (%s)\n", full.c_str(), major.c_str());
 }
-

@@ -113,8 +113,7 @@ bool IsSameMail(const MailKey& sought, const MailKey& candidate) noexcept {
         return true;
     }
     return SameText(sought.subject, candidate.subject) &&
-           SameText(sought.messageClass, candidate.messageClass) &&
-           sought.size == candidate.size &&
+           SameText(sought.messageClass, candidate.messageClass) && sought.size == candidate.size &&
            (SameText(sought.sentOnBehalfOf, candidate.sentOnBehalfOf) ||
             SameText(sought.to, candidate.to)) &&
            (sought.received == candidate.received || sought.sentOn == candidate.sentOn);

@@ -44,8 +44,7 @@ HRESULT OpenRedemptionSession(IDispatch* item, ComPtr<IDispatch>& session,
                               const FailureReport& report = {});
 
 // The library's view of the folder Outlook's active explorer shows.
-HRESULT OpenRedemptionFolder(IDispatch* application, IDispatch* session,
-                             ComPtr<IDispatch>& folder);
+HRESULT OpenRedemptionFolder(IDispatch* application, IDispatch* session, ComPtr<IDispatch>& folder);
 
 // The library's mail in `folder` that is the Outlook item `item`: the first one with the same
 // entry id, or else the first that agrees in subject, class, size, representing sender (or

@@ -171,12 +171,11 @@ TEST_P(ClassRecognitionTest, AcceptsOnlyWholeKnownClasses) {
 
 INSTANTIATE_TEST_SUITE_P(
     Classes, ClassRecognitionTest,
-    ::testing::Values(
-        ClassCase{L"ipm.note", S_OK, L"Leave SaveOutlookDocument\n"},
-        ClassCase{L"IPM.Note.Receipt", kUnsupportedItem,
-                  L"Wrong message class of selected item!\n"},
-        ClassCase{L"IPM.Schedule.Meeting.Notification", kUnsupportedItem,
-                  L"Wrong message class of selected item!\n"}));
+    ::testing::Values(ClassCase{L"ipm.note", S_OK, L"Leave SaveOutlookDocument\n"},
+                      ClassCase{L"IPM.Note.Receipt", kUnsupportedItem,
+                                L"Wrong message class of selected item!\n"},
+                      ClassCase{L"IPM.Schedule.Meeting.Notification", kUnsupportedItem,
+                                L"Wrong message class of selected item!\n"}));
 
 // --- The property reader's edges.
 
