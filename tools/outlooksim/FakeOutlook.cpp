@@ -4,17 +4,19 @@
 #include <mapitags.h>
 #include <mapiutil.h>
 
+#include <algorithm>
 #include <stdexcept>
 
 #include "common/UniqueResource.h"
 #include "common/Variant.h"
+#include "outlooksim/ItemObjects.h"
 #include "outlooksim/ItemText.h"
 #include "outlooksim/MapiHelpers.h"
 #include "outlooksim/MapiSession.h"
 
 namespace {
 
-using outlooksim::MapiBuffer;
+using namespace outlooksim;
 using Args = FakeDispatch::Args;
 
 constexpr IID OutlookInterface(DWORD first) {
@@ -57,112 +59,6 @@ std::optional<IID> InterfaceOf(const std::wstring& messageClass) {
     return std::nullopt;
 }
 
-// One property of the message; null when it is missing or too long for GetProps.
-MapiBuffer<SPropValue> PropertyOf(IMessage* message, ULONG tag) {
-    SizedSPropTagArray(1, tags) = {1, {tag}};
-    ULONG count = 0;
-    LPSPropValue raw = nullptr;
-    HRESULT hr =
-        message->GetProps(reinterpret_cast<LPSPropTagArray>(&tags), MAPI_UNICODE, &count, &raw);
-    MapiBuffer<SPropValue> value(raw);
-    if (FAILED(hr) || count != 1 || PROP_TYPE(value->ulPropTag) == PT_ERROR) {
-        return nullptr;
-    }
-    return value;
-}
-
-// A text property, read through a stream when it is too long for GetProps.
-std::wstring TextOf(IMessage* message, ULONG tag) {
-    if (auto value = PropertyOf(message, tag)) {
-        return value->Value.lpszW;
-    }
-    ComPtr<IStream> stream;
-    if (FAILED(message->OpenProperty(tag, &IID_IStream, 0, 0,
-                                     reinterpret_cast<LPUNKNOWN*>(stream.put())))) {
-        return std::wstring();
-    }
-    std::wstring text;
-    wchar_t chunk[2048];
-    ULONG read = 0;
-    while (SUCCEEDED(stream->Read(chunk, sizeof chunk, &read)) && read > 0) {
-        text.append(chunk, read / sizeof(wchar_t));
-    }
-    if (!text.empty() && text.back() == L'\0') {
-        text.pop_back();
-    }
-    return text;
-}
-
-// Outlook's dates are local times; a date it does not have is 1 January 4501.
-DATE DateOf(IMessage* message, ULONG tag) {
-    SYSTEMTIME time{4501, 1, 0, 1, 0, 0, 0, 0};
-    FILETIME local{};
-    if (auto value = PropertyOf(message, tag)) {
-        FileTimeToLocalFileTime(&value->Value.ft, &local);
-        FileTimeToSystemTime(&local, &time);
-    }
-    DATE date = 0;
-    SystemTimeToVariantTime(&time, &date);
-    return date;
-}
-
-HRESULT PutText(VARIANT* result, const std::wstring& text) {
-    result->bstrVal = SysAllocStringLen(text.data(), static_cast<UINT>(text.size()));
-    if (!result->bstrVal) {
-        return E_OUTOFMEMORY;
-    }
-    result->vt = VT_BSTR;
-    return S_OK;
-}
-
-bool IsOmitted(const VARIANT& value) {
-    return value.vt == VT_ERROR && value.scode == DISP_E_PARAMNOTFOUND;
-}
-
-HRESULT WriteBytes(const std::string& bytes, const std::wstring& path) {
-    UniqueFileHandle file(CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
-                                      FILE_ATTRIBUTE_NORMAL, nullptr));
-    DWORD written = 0;
-    if (!file ||
-        !WriteFile(file.get(), bytes.data(), static_cast<DWORD>(bytes.size()), &written, nullptr)) {
-        return HRESULT_FROM_WIN32(GetLastError());
-    }
-    return written == bytes.size() ? S_OK : E_FAIL;
-}
-
-// The message as a message file at `path`: a new compound file, a message on it, a copy of
-// everything, saved and committed.
-HRESULT WriteMessageFile(IMessage* source, const std::wstring& path) {
-    ComPtr<IStorage> storage;
-    HRESULT hr = StgCreateDocfile(path.c_str(), STGM_TRANSACTED | STGM_CREATE | STGM_READWRITE, 0,
-                                  storage.put());
-    if (FAILED(hr)) {
-        return hr;
-    }
-    outlooksim::MsgSession session = outlooksim::OpenMsgSession();
-    if (!session) {
-        return MAPI_E_CALL_FAILED;
-    }
-    ComPtr<IMessage> target;
-    hr =
-        OpenIMsgOnIStg(session.get(), MAPIAllocateBuffer, MAPIAllocateMore, MAPIFreeBuffer,
-                       MAPIGetDefaultMalloc(), nullptr, storage.get(), nullptr, 0, 0, target.put());
-    if (SUCCEEDED(hr)) {
-        hr = WriteClassStg(storage.get(), outlooksim::kClsidMailMessage);
-    }
-    if (SUCCEEDED(hr)) {
-        hr = source->CopyTo(0, nullptr, nullptr, 0, nullptr, &outlooksim::kIidMessage, target.get(),
-                            0, nullptr);
-    }
-    if (SUCCEEDED(hr)) {
-        hr = target->SaveChanges(KEEP_OPEN_READWRITE);
-    }
-    if (SUCCEEDED(hr)) {
-        hr = storage->Commit(STGC_DEFAULT);
-    }
-    return hr;
-}
-
 std::string ReadFileBytes(const std::wstring& path) {
     UniqueFileHandle file(CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr,
                                       OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
@@ -186,6 +82,28 @@ void ThrowIfFailed(HRESULT hr, const char* what) {
     }
 }
 
+// A collection's Item(i), counted from 1.
+HRESULT ItemAt(const std::vector<ComPtr<FakeDispatch>>& list, const Args& args, VARIANT* result) {
+    if (args.size() != 1) {
+        return DISP_E_BADPARAMCOUNT;
+    }
+    Variant index;
+    if (FAILED(::VariantChangeType(&index, const_cast<Variant*>(&args[0]), 0, VT_I4))) {
+        return DISP_E_TYPEMISMATCH;
+    }
+    if (index.lVal < 1 || static_cast<size_t>(index.lVal) > list.size()) {
+        return DISP_E_BADINDEX;
+    }
+    return PutObject(result, list[static_cast<size_t>(index.lVal) - 1].get());
+}
+
+// The store all items live in, and the folder the explorer shows: its long-term entry ids.
+constexpr BYTE kStoreId[] = {0,    0,    0,    0,    0x9E, 0x6A, 0x3D, 0x51, 0x7C, 0x42, 0x4B, 0x1F,
+                             0xA8, 0x55, 0x2B, 0x90, 0x31, 0xD4, 0x6E, 0x07, 'p',  's',  't',  0};
+constexpr BYTE kFolderId[] = {0,    0,    0,    0,    0x9E, 0x6A, 0x3D, 0x51,
+                              0x7C, 0x42, 0x4B, 0x1F, 0xA8, 0x55, 0x2B, 0x90,
+                              0x31, 0xD4, 0x6E, 0x07, 0x01, 0x00, 0x00, 0x80};
+
 }  // namespace
 
 struct FakeOutlook::State {
@@ -194,22 +112,40 @@ struct FakeOutlook::State {
         ComPtr<IStorage> storage;
         ComPtr<IMessage> message;
         ComPtr<FakeDispatch> dispatch;
+        // Built on the first read of the item's Attachments.
+        std::shared_ptr<AttachmentObjects> attachments = std::make_shared<AttachmentObjects>();
+    };
+    // What the folder holds and what of it is selected, shared with the handlers that list or
+    // delete items.
+    struct Contents {
+        std::vector<ComPtr<FakeDispatch>> folder;
+        std::vector<ComPtr<FakeDispatch>> selected;
+
+        void Remove(FakeDispatch* item) {
+            for (auto* list : {&folder, &selected}) {
+                std::erase_if(*list, [item](const auto& entry) { return entry.get() == item; });
+            }
+        }
     };
 
     // Declared first, closed last: the messages belong to it.
-    outlooksim::MsgSession messageSession = outlooksim::OpenMsgSession();
-    outlooksim::SimulatedSession mapiSession;
+    MsgSession messageSession = OpenMsgSession();
+    SimulatedSession mapiSession;
     ComPtr<FakeDispatch> application = FakeDispatch::Create();
     ComPtr<FakeDispatch> explorer = FakeDispatch::Create();
     ComPtr<FakeDispatch> selection = FakeDispatch::Create();
     ComPtr<FakeDispatch> nameSpace = FakeDispatch::Create();
-    // Shared with the selection's handlers.
-    std::shared_ptr<std::vector<ComPtr<FakeDispatch>>> selected =
-        std::make_shared<std::vector<ComPtr<FakeDispatch>>>();
+    ComPtr<FakeDispatch> folder = FakeDispatch::Create();
+    ComPtr<FakeDispatch> folderItems = FakeDispatch::Create();
+    ComPtr<FakeDispatch> inspector = FakeDispatch::Create();
+    std::shared_ptr<Contents> contents = std::make_shared<Contents>();
+    std::shared_ptr<ComPtr<FakeDispatch>> activeInspector =
+        std::make_shared<ComPtr<FakeDispatch>>();
     std::vector<Item> items;
     ULONG nextEntryId = 1;
 
-    FakeDispatch& Add(Item item, std::shared_ptr<const std::string> fileBytes);
+    FakeDispatch& Add(Item item, std::shared_ptr<const std::string> fileBytes, bool select);
+    void BuildFolder();
 };
 
 FakeOutlook::FakeOutlook(std::wstring version) : m_state(std::make_unique<State>()) {
@@ -227,14 +163,14 @@ FakeOutlook::FakeOutlook(std::wstring version) : m_state(std::make_unique<State>
     // The handlers hold what they hand out; nothing refers back, so there is no cycle.
     ComPtr<FakeDispatch> explorer = state.explorer;
     state.application->SetMethod(L"ActiveExplorer", [explorer](const Args& args, VARIANT* result) {
-        if (!args.empty()) {
-            return DISP_E_BADPARAMCOUNT;
-        }
-        explorer->AddRef();
-        result->vt = VT_DISPATCH;
-        result->pdispVal = explorer.get();
-        return S_OK;
+        return args.empty() ? PutObject(result, explorer.get()) : DISP_E_BADPARAMCOUNT;
     });
+    // Nothing until an item is opened in an inspector.
+    auto activeInspector = state.activeInspector;
+    state.application->SetMethod(
+        L"ActiveInspector", [activeInspector](const Args& args, VARIANT* result) {
+            return args.empty() ? PutObject(result, activeInspector->get()) : DISP_E_BADPARAMCOUNT;
+        });
     state.application->SetMethod(L"GetNamespace", [nameSpace](const Args& args, VARIANT* result) {
         if (args.size() != 1) {
             return DISP_E_BADPARAMCOUNT;
@@ -242,39 +178,26 @@ FakeOutlook::FakeOutlook(std::wstring version) : m_state(std::make_unique<State>
         if (args[0].vt != VT_BSTR || !args[0].bstrVal || _wcsicmp(args[0].bstrVal, L"MAPI") != 0) {
             return E_INVALIDARG;
         }
-        nameSpace->AddRef();
-        result->vt = VT_DISPATCH;
-        result->pdispVal = nameSpace.get();
-        return S_OK;
+        return PutObject(result, nameSpace.get());
     });
-    state.explorer->SetProperty(L"Selection", static_cast<IDispatch*>(state.selection.get()));
+    state.explorer->SetProperty(L"Selection", static_cast<IDispatch*>(state.selection.get()))
+        .SetProperty(L"CurrentFolder", static_cast<IDispatch*>(state.folder.get()));
 
-    auto selected = state.selected;
-    state.selection->SetComputedProperty(L"Count", [selected](const Args& args, VARIANT* result) {
-        if (!args.empty()) {
-            return DISP_E_BADPARAMCOUNT;
+    std::weak_ptr<State::Contents> contents = state.contents;
+    state.selection->SetComputedProperty(L"Count", [contents](const Args& args, VARIANT* result) {
+        auto held = contents.lock();
+        if (!args.empty() || !held) {
+            return args.empty() ? E_UNEXPECTED : DISP_E_BADPARAMCOUNT;
         }
         result->vt = VT_I4;
-        result->lVal = static_cast<LONG>(selected->size());
+        result->lVal = static_cast<LONG>(held->selected.size());
         return S_OK;
     });
-    state.selection->SetMethod(L"Item", [selected](const Args& args, VARIANT* result) {
-        if (args.size() != 1) {
-            return DISP_E_BADPARAMCOUNT;
-        }
-        Variant index;
-        if (FAILED(::VariantChangeType(&index, const_cast<Variant*>(&args[0]), 0, VT_I4))) {
-            return DISP_E_TYPEMISMATCH;
-        }
-        if (index.lVal < 1 || static_cast<size_t>(index.lVal) > selected->size()) {
-            return DISP_E_BADINDEX;
-        }
-        FakeDispatch* item = (*selected)[static_cast<size_t>(index.lVal) - 1].get();
-        item->AddRef();
-        result->vt = VT_DISPATCH;
-        result->pdispVal = item;
-        return S_OK;
+    state.selection->SetMethod(L"Item", [contents](const Args& args, VARIANT* result) {
+        auto held = contents.lock();
+        return held ? ItemAt(held->selected, args, result) : E_UNEXPECTED;
     });
+    state.BuildFolder();
 
     ComPtr<IMAPISession> session = state.mapiSession.Share();
     state.nameSpace->AnswerInterface(kIidNameSpace)
@@ -288,6 +211,60 @@ FakeOutlook::FakeOutlook(std::wstring version) : m_state(std::make_unique<State>
             result->punkVal = session.get();
             return S_OK;
         });
+    // GetItemFromID(EntryID[, StoreID]): an item of the folder; the store id, when given, must
+    // be the store's.
+    const std::wstring storeId = HexText(kStoreId, sizeof kStoreId);
+    state.nameSpace->SetMethod(
+        L"GetItemFromID", [contents, storeId](const Args& args, VARIANT* result) {
+            if (args.empty() || args.size() > 2) {
+                return DISP_E_BADPARAMCOUNT;
+            }
+            if (args[0].vt != VT_BSTR || !args[0].bstrVal ||
+                (args.size() == 2 && !IsOmitted(args[1]) && args[1].vt != VT_BSTR)) {
+                return DISP_E_TYPEMISMATCH;
+            }
+            auto held = contents.lock();
+            if (!held) {
+                return E_UNEXPECTED;
+            }
+            if (args.size() == 2 && args[1].vt == VT_BSTR &&
+                _wcsicmp(args[1].bstrVal ? args[1].bstrVal : L"", storeId.c_str()) != 0) {
+                return MAPI_E_NOT_FOUND;
+            }
+            for (const auto& item : held->folder) {
+                const std::wstring id = item->Value(L"EntryID").vt == VT_BSTR
+                                            ? item->Value(L"EntryID").bstrVal
+                                            : std::wstring();
+                if (_wcsicmp(id.c_str(), args[0].bstrVal) == 0) {
+                    return PutObject(result, item.get());
+                }
+            }
+            return MAPI_E_NOT_FOUND;
+        });
+}
+
+void FakeOutlook::State::BuildFolder() {
+    std::weak_ptr<Contents> weak = contents;
+    folderItems
+        ->SetComputedProperty(L"Count",
+                              [weak](const Args& args, VARIANT* result) {
+                                  auto held = weak.lock();
+                                  if (!args.empty() || !held) {
+                                      return args.empty() ? E_UNEXPECTED : DISP_E_BADPARAMCOUNT;
+                                  }
+                                  result->vt = VT_I4;
+                                  result->lVal = static_cast<LONG>(held->folder.size());
+                                  return S_OK;
+                              })
+        .SetMethod(L"Item", [weak](const Args& args, VARIANT* result) {
+            auto held = weak.lock();
+            return held ? ItemAt(held->folder, args, result) : E_UNEXPECTED;
+        });
+    folder->SetProperty(L"Name", L"Posteingang")
+        .SetProperty(L"FolderPath", L"\\\\Postfach - Anna Beispiel\\Posteingang")
+        .SetProperty(L"EntryID", HexText(kFolderId, sizeof kFolderId).c_str())
+        .SetProperty(L"StoreID", HexText(kStoreId, sizeof kStoreId).c_str())
+        .SetProperty(L"Items", static_cast<IDispatch*>(folderItems.get()));
 }
 
 FakeOutlook::~FakeOutlook() = default;
@@ -296,9 +273,15 @@ FakeDispatch& FakeOutlook::Application() const { return *m_state->application.ge
 FakeDispatch& FakeOutlook::Explorer() const { return *m_state->explorer.get(); }
 FakeDispatch& FakeOutlook::Selection() const { return *m_state->selection.get(); }
 FakeDispatch& FakeOutlook::Namespace() const { return *m_state->nameSpace.get(); }
+FakeDispatch& FakeOutlook::Folder() const { return *m_state->folder.get(); }
+FakeDispatch& FakeOutlook::Inspector() const { return *m_state->inspector.get(); }
 
 FakeDispatch& FakeOutlook::SelectItemText(const std::wstring& text) {
-    const outlooksim::ItemDescription description = outlooksim::ParseItemText(text);
+    return AddItemText(text, true);
+}
+
+FakeDispatch& FakeOutlook::AddItemText(const std::wstring& text, bool select) {
+    const ItemDescription description = ParseItemText(text);
     State::Item item;
     ThrowIfFailed(CreateILockBytesOnHGlobal(nullptr, TRUE, item.bytes.put()), "CreateILockBytes");
     ThrowIfFailed(StgCreateDocfileOnILockBytes(item.bytes.get(),
@@ -309,16 +292,19 @@ FakeDispatch& FakeOutlook::SelectItemText(const std::wstring& text) {
                                  MAPIAllocateMore, MAPIFreeBuffer, MAPIGetDefaultMalloc(), nullptr,
                                  item.storage.get(), nullptr, 0, 0, item.message.put()),
                   "OpenIMsgOnIStg");
-    ThrowIfFailed(WriteClassStg(item.storage.get(), outlooksim::kClsidMailMessage),
-                  "WriteClassStg");
-    ThrowIfFailed(outlooksim::WriteItem(description, item.message.get()), "writing the item");
-    for (const outlooksim::AddressBookEntry& entry : description.addressBook) {
+    ThrowIfFailed(WriteClassStg(item.storage.get(), kClsidMailMessage), "WriteClassStg");
+    ThrowIfFailed(WriteItem(description, item.message.get()), "writing the item");
+    for (const AddressBookEntry& entry : description.addressBook) {
         m_state->mapiSession.AddEntry(entry);
     }
-    return m_state->Add(std::move(item), nullptr);
+    return m_state->Add(std::move(item), nullptr, select);
 }
 
 FakeDispatch& FakeOutlook::SelectMessageFile(const std::wstring& path) {
+    return AddMessageFile(path, true);
+}
+
+FakeDispatch& FakeOutlook::AddMessageFile(const std::wstring& path, bool select) {
     auto fileBytes = std::make_shared<const std::string>(ReadFileBytes(path));
     State::Item item;
     HGLOBAL memory = GlobalAlloc(GMEM_MOVEABLE, fileBytes->size());
@@ -342,26 +328,24 @@ FakeDispatch& FakeOutlook::SelectMessageFile(const std::wstring& path) {
                                  MAPIAllocateMore, MAPIFreeBuffer, MAPIGetDefaultMalloc(), nullptr,
                                  item.storage.get(), nullptr, 0, 0, item.message.put()),
                   "OpenIMsgOnIStg");
-    return m_state->Add(std::move(item), std::move(fileBytes));
+    return m_state->Add(std::move(item), std::move(fileBytes), select);
 }
 
 // Gives the message the identifiers a store would, saves it, and builds its automation object.
-FakeDispatch& FakeOutlook::State::Add(Item item, std::shared_ptr<const std::string> fileBytes) {
+FakeDispatch& FakeOutlook::State::Add(Item item, std::shared_ptr<const std::string> fileBytes,
+                                      bool select) {
     IMessage* message = item.message.get();
     if (!PropertyOf(message, PR_ENTRYID)) {
         // A store's long-term entry id: flags, the store's provider id, the item's number.
-        BYTE entryId[24] = {0,    0,    0,    0,    0x9E, 0x6A, 0x3D, 0x51, 0x7C, 0x42,
-                            0x4B, 0x1F, 0xA8, 0x55, 0x2B, 0x90, 0x31, 0xD4, 0x6E, 0x07};
+        BYTE entryId[24] = {};
+        memcpy(entryId, kStoreId, 20);
         const ULONG number = nextEntryId++;
         memcpy(entryId + 20, &number, sizeof number);
-        static const BYTE storeId[] = {0,    0,    0,    0,    0x9E, 0x6A, 0x3D, 0x51,
-                                       0x7C, 0x42, 0x4B, 0x1F, 0xA8, 0x55, 0x2B, 0x90,
-                                       0x31, 0xD4, 0x6E, 0x07, 'p',  's',  't',  0};
         SPropValue ids[2] = {};
         ids[0].ulPropTag = PR_ENTRYID;
         ids[0].Value.bin = {sizeof entryId, entryId};
         ids[1].ulPropTag = PR_STORE_ENTRYID;
-        ids[1].Value.bin = {sizeof storeId, const_cast<BYTE*>(storeId)};
+        ids[1].Value.bin = {sizeof kStoreId, const_cast<BYTE*>(kStoreId)};
         ThrowIfFailed(message->SetProps(2, ids, nullptr), "setting the entry ids");
     }
     if (!fileBytes) {
@@ -390,6 +374,7 @@ FakeDispatch& FakeOutlook::State::Add(Item item, std::shared_ptr<const std::stri
         {L"BCC", PR_DISPLAY_BCC_W},
         {L"SenderName", PR_SENDER_NAME_W},
         {L"SenderEmailAddress", PR_SENDER_EMAIL_ADDRESS_W},
+        {L"SentOnBehalfOfName", PR_SENT_REPRESENTING_NAME_W},
     };
     for (const auto& [name, tag] : texts) {
         dispatch.SetComputedProperty(name, [held, tag](const Args& args, VARIANT* result) {
@@ -408,15 +393,8 @@ FakeDispatch& FakeOutlook::State::Add(Item item, std::shared_ptr<const std::stri
             return S_OK;
         });
     }
-    dispatch.SetComputedProperty(L"EntryID", [held](const Args& args, VARIANT* result) {
-        if (!args.empty()) {
-            return DISP_E_BADPARAMCOUNT;
-        }
-        auto value = PropertyOf(held.get(), PR_ENTRYID);
-        return PutText(result, value
-                                   ? outlooksim::HexText(value->Value.bin.lpb, value->Value.bin.cb)
-                                   : std::wstring());
-    });
+    // Kept as a stored value: GetItemFromID finds the item by it.
+    dispatch.SetProperty(L"EntryID", HexOf(message, PR_ENTRYID).c_str());
     dispatch.SetComputedProperty(L"Importance", [held](const Args& args, VARIANT* result) {
         if (!args.empty()) {
             return DISP_E_BADPARAMCOUNT;
@@ -435,6 +413,17 @@ FakeDispatch& FakeOutlook::State::Add(Item item, std::shared_ptr<const std::stri
         result->punkVal = held.get();
         return S_OK;
     });
+    auto attachments = item.attachments;
+    dispatch.SetComputedProperty(L"Attachments",
+                                 [held, attachments](const Args& args, VARIANT* result) {
+                                     if (!args.empty()) {
+                                         return DISP_E_BADPARAMCOUNT;
+                                     }
+                                     if (!attachments->collection) {
+                                         *attachments = BuildAttachments(held.get(), false);
+                                     }
+                                     return PutObject(result, attachments->collection.get());
+                                 });
     dispatch.SetProperty(L"Size", Variant(static_cast<int32_t>(size)))
         .SetProperty(L"Session", static_cast<IDispatch*>(nameSpace.get()));
     // SaveAs(Path[, Type]): a message file, olMSG (3) or olMSGUnicode (9); other formats are not
@@ -458,8 +447,27 @@ FakeDispatch& FakeOutlook::State::Add(Item item, std::shared_ptr<const std::stri
         return fileBytes ? WriteBytes(*fileBytes, args[0].bstrVal)
                          : WriteMessageFile(held.get(), args[0].bstrVal);
     });
+    // Delete(): the item leaves the folder and the selection (it stays usable for whoever holds
+    // it, as a deleted item does until it is released).
+    std::weak_ptr<Contents> weak = contents;
+    FakeDispatch* self = &dispatch;
+    dispatch.SetMethod(L"Delete", [weak, self](const Args& args, VARIANT*) {
+        if (!args.empty()) {
+            return DISP_E_BADPARAMCOUNT;
+        }
+        auto held = weak.lock();
+        if (!held || std::none_of(held->folder.begin(), held->folder.end(),
+                                  [self](const auto& entry) { return entry.get() == self; })) {
+            return MAPI_E_NOT_FOUND;
+        }
+        held->Remove(self);
+        return S_OK;
+    });
 
-    selected->push_back(item.dispatch);
+    contents->folder.push_back(item.dispatch);
+    if (select) {
+        contents->selected.push_back(item.dispatch);
+    }
     items.push_back(std::move(item));
     return dispatch;
 }
@@ -474,11 +482,35 @@ IMessage* FakeOutlook::Message(size_t index) const {
     return m_state->items.at(index).message.get();
 }
 
+std::vector<size_t> FakeOutlook::FolderItems() const {
+    std::vector<size_t> indexes;
+    for (const auto& entry : m_state->contents->folder) {
+        for (size_t i = 0; i < m_state->items.size(); ++i) {
+            if (m_state->items[i].dispatch.get() == entry.get()) {
+                indexes.push_back(i);
+            }
+        }
+    }
+    return indexes;
+}
+
+void FakeOutlook::Delete(size_t index) {
+    m_state->contents->Remove(m_state->items.at(index).dispatch.get());
+}
+
+FakeDispatch& FakeOutlook::Inspect(size_t index) {
+    State& state = *m_state;
+    state.inspector->SetProperty(L"CurrentItem",
+                                 static_cast<IDispatch*>(state.items.at(index).dispatch.get()));
+    *state.activeInspector = state.inspector;
+    return *state.inspector.get();
+}
+
 void FakeOutlook::AddAddressBookEntry(const std::vector<BYTE>& entryId,
                                       const std::wstring& displayName,
                                       const std::wstring& smtpAddress) {
     m_state->mapiSession.AddEntry(
-        {entryId, displayName, smtpAddress, outlooksim::ExchangeAddressFor(smtpAddress)});
+        {entryId, displayName, smtpAddress, ExchangeAddressFor(smtpAddress)});
 }
 
 RefCountList FakeOutlook::RefCounts() const {
@@ -486,9 +518,14 @@ RefCountList FakeOutlook::RefCounts() const {
     RefCountList counts{{L"Application", state.application->RefCount()},
                         {L"Explorer", state.explorer->RefCount()},
                         {L"Selection", state.selection->RefCount()},
-                        {L"Namespace", state.nameSpace->RefCount()}};
+                        {L"Namespace", state.nameSpace->RefCount()},
+                        {L"Folder", state.folder->RefCount()},
+                        {L"Folder items", state.folderItems->RefCount()},
+                        {L"Inspector", state.inspector->RefCount()}};
     for (size_t i = 0; i < state.items.size(); ++i) {
-        counts.emplace_back(L"item " + std::to_wstring(i + 1), state.items[i].dispatch->RefCount());
+        const std::wstring label = L"item " + std::to_wstring(i + 1);
+        counts.emplace_back(label, state.items[i].dispatch->RefCount());
+        state.items[i].attachments->AddRefCounts(counts, label);
     }
     for (auto& entry : state.mapiSession.RefCounts()) {
         counts.push_back(std::move(entry));

@@ -1,8 +1,8 @@
 // A stand-in for the part of Outlook's object model and MAPI session that the Outlook capture
-// reaches: the Application with its ActiveExplorer, the explorer's Selection, the selected items,
-// and the MAPI namespace whose session opens an address book. Used by the tests and by the
-// simulated host. Every automation object is a FakeDispatch, so its user sees each call, injects
-// failures into any member and checks reference counts.
+// reaches: the Application with its ActiveExplorer and ActiveInspector, the explorer's
+// CurrentFolder and Selection, the items, and the MAPI namespace whose session opens an address
+// book. Used by the tests and by the simulated host. Every automation object is a FakeDispatch,
+// so its user sees each call, injects failures into any member and checks reference counts.
 //
 // Items are real MAPI messages of the simulated mapi32.dll (the program must run with it beside
 // itself): an item is loaded from a message file or built from the readable item text format
@@ -10,17 +10,25 @@
 // QueryInterface for the Outlook item interface of its message class (_MailItem for "IPM.Note"
 // and the S/MIME classes, _ContactItem, _NoteItem, ... as Outlook does) and has MessageClass,
 // Subject, Body, EntryID, Size, ReceivedTime, SentOn, To, CC, BCC, Importance, SenderName,
-// SenderEmailAddress, Session (the namespace), MAPIOBJECT (its IMessage) and SaveAs(path[, type]),
-// which writes the message as a message file (an item read from a file writes that file again).
-// The values are read from the message each time, so a test may change the message meanwhile.
+// SenderEmailAddress, SentOnBehalfOfName, Session (the namespace), MAPIOBJECT (its IMessage),
+// Attachments (Count, Item(i) with FileName, DisplayName, Size and SaveAsFile(path)), Delete()
+// (the item leaves the folder and the selection) and SaveAs(path[, type]), which writes the
+// message as a message file (an item read from a file writes that file again). The values are
+// read from the message each time, so a test may change the message meanwhile.
+//
+// The one folder, Explorer.CurrentFolder, has Name, FolderPath, EntryID, StoreID and Items
+// (Count, Item(i)): every item added and not deleted, selected or not. The namespace's
+// GetItemFromID(entry id[, store id]) finds an item of it. Inspect(i) opens an item in the
+// inspector that Application.ActiveInspector then returns (Nothing before); the inspector is
+// also what a ribbon control's Context is for the single-item commands, with CurrentItem.
 //
 // The session (the namespace's MAPIOBJECT) answers IMAPISession; OpenAddressBook gives an address
 // book whose OpenEntry knows the entries added with AddAddressBookEntry and opens a mail user that
 // has PR_SMTP_ADDRESS, PR_DISPLAY_NAME, PR_ADDRTYPE ("EX") and PR_EMAIL_ADDRESS (the Exchange
 // distinguished name).
 //
-// Not modelled: folders, stores, inspectors, events, item creation or deletion, and every other
-// session or address-book method (they answer MAPI_E_NO_SUPPORT).
+// Not modelled: other folders and stores, events, item creation, and every other session or
+// address-book method (they answer MAPI_E_NO_SUPPORT).
 #pragma once
 
 #include <windows.h>
@@ -46,17 +54,28 @@ public:
     FakeDispatch& Explorer() const;   // Application.ActiveExplorer
     FakeDispatch& Selection() const;  // Explorer.Selection: Count, Item(i) counted from 1
     FakeDispatch& Namespace() const;  // Application.GetNamespace("MAPI"), and every item's Session
+    FakeDispatch& Folder() const;     // Explorer.CurrentFolder
+    FakeDispatch& Inspector() const;  // Application.ActiveInspector once an item is inspected
 
     // Adds an item to the end of the selection and returns its automation object.
     // From the item text format; throws std::runtime_error naming the line of a malformed text.
     FakeDispatch& SelectItemText(const std::wstring& text);
     // From a message file, read into memory (the file is not kept open or changed).
     FakeDispatch& SelectMessageFile(const std::wstring& path);
+    // The same, with the item put into the folder only when `select` is false.
+    FakeDispatch& AddItemText(const std::wstring& text, bool select);
+    FakeDispatch& AddMessageFile(const std::wstring& path, bool select);
 
     size_t ItemCount() const;
-    FakeDispatch& Item(size_t index) const;  // counted from 0
+    FakeDispatch& Item(size_t index) const;  // counted from 0, in the order added, deleted ones too
     // The item's message, as its MAPIOBJECT hands it out (not AddRef'd).
     IMessage* Message(size_t index) const;
+    // The indexes of the items still in the folder, in the folder's order.
+    std::vector<size_t> FolderItems() const;
+    // What the item's Delete does: it leaves the folder and the selection.
+    void Delete(size_t index);
+    // Opens the item in the inspector and returns the inspector (the Context of an item's ribbon).
+    FakeDispatch& Inspect(size_t index);
 
     // An Exchange user the address book resolves: OpenEntry(entryId) opens a mail user whose
     // PR_SMTP_ADDRESS is `smtpAddress` (and whose PR_EMAIL_ADDRESS is a distinguished name made

@@ -283,13 +283,14 @@ void ParseLine(ItemDescription& item, const std::wstring& key, const std::wstrin
                                                   : MAPI_BCC,
                                    fields[0], fields[1], fields[2],
                                    fields.size() == 4 ? fields[3] : std::wstring()});
-    } else if (key == L"attachment") {
+    } else if (key == L"attachment" || key == L"hidden attachment") {
         const size_t bar = value.find(L'|');
         if (bar == std::wstring::npos || Trim(value.substr(0, bar)).empty()) {
             Fail(line, L"an attachment is \"file name | content\"");
         }
         item.attachments.push_back({Trim(value.substr(0, bar)),
-                                    Narrow(Unescape(Trim(value.substr(bar + 1)), line), CP_UTF8)});
+                                    Narrow(Unescape(Trim(value.substr(bar + 1)), line), CP_UTF8),
+                                    key != L"attachment"});
     } else if (key == L"addressbook") {
         const auto fields = Fields(value);
         if (fields.size() < 3 || fields.size() > 4) {
@@ -484,6 +485,9 @@ HRESULT WriteAttachments(const ItemDescription& item, IMessage* message) {
         const size_t dot = attachment.fileName.rfind(L'.');
         const std::wstring extension =
             dot == std::wstring::npos ? L"" : attachment.fileName.substr(dot);
+        SPropValue hidden{};
+        hidden.ulPropTag = PROP_TAG(PT_BOOLEAN, 0x7FFE);  // PR_ATTACHMENT_HIDDEN
+        hidden.Value.b = TRUE;
         SPropValue props[] = {
             Long(PR_ATTACH_METHOD, ATTACH_BY_VALUE),
             Text(PR_ATTACH_LONG_FILENAME_W, attachment.fileName),
@@ -492,8 +496,10 @@ HRESULT WriteAttachments(const ItemDescription& item, IMessage* message) {
             Text(PR_ATTACH_EXTENSION_W, extension),
             Long(PR_ATTACH_SIZE, static_cast<LONG>(attachment.content.size())),
             data,
+            hidden,
         };
-        hr = attach->SetProps(ARRAYSIZE(props), props, nullptr);
+        // The hidden flag only where it is set, as a store has it.
+        hr = attach->SetProps(ARRAYSIZE(props) - (attachment.hidden ? 0 : 1), props, nullptr);
         if (SUCCEEDED(hr)) {
             hr = attach->SaveChanges(KEEP_OPEN_READWRITE);
         }

@@ -14,6 +14,8 @@
 //                                             a recipient (To, CC or BCC): display name, address
 //                                             type, e-mail address, optionally PR_SMTP_ADDRESS
 //   attachment = Preise.txt | Preise: 42 EUR  an attachment by value: file name and content
+//   hidden attachment = logo.png | ...        the same with PR_ATTACHMENT_HIDDEN set, as a
+//                                             formatted body's inline picture has it
 //   addressbook = 00000000DCA7... | Erika Muster | erika.muster@example.org |
 //   /o=Muster/.../cn=erika
 //                                             an Exchange user the session's address book
@@ -62,6 +64,7 @@ struct ItemRecipient {
 struct ItemAttachment {
     std::wstring fileName;
     std::string content;  // UTF-8, as written
+    bool hidden = false;  // PR_ATTACHMENT_HIDDEN
 };
 
 struct AddressBookEntry {
