@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <memory>
 #include <string>
 #include <vector>
@@ -17,7 +18,9 @@
 #include "capture/outlook/Redemption.h"
 #include "common/AttachmentRecord.h"
 #include "handoff/StagingArea.h"
+#include "common/Automation.h"
 #include "outlooksim/FakeOutlook.h"
+#include "rdosim/FakeRedemption.h"
 #include "support/TestFiles.h"
 #include "support/WindowWatcher.h"
 #include "tools/mapisim/MapiSim.h"
@@ -270,24 +273,6 @@ protected:
     FileList files;
 };
 
-TEST_F(AttachmentQueryTest, ListsTheVisibleAttachmentsKeyedByTheirPositionAmongAll) {
-    ASSERT_EQ(S_OK, Query(kListAttachments));
-    ASSERT_EQ(2u, list.size());
-    const wchar_t* expected[2][3] = {{L"Angebot.pdf", L"1200", L"2"},
-                                     {L"Preise.xlsx", L"800", L"4"}};
-    for (size_t i = 0; i < 2; ++i) {
-        EXPECT_EQ(4u, list[i].size());
-        EXPECT_EQ(expected[i][0], list[i].Find(kAttachmentName)->value);
-        EXPECT_EQ(expected[i][1], list[i].Find(kAttachmentSize)->value);
-        EXPECT_EQ(expected[i][2], list[i].Find(kAttachmentKey)->value);
-        EXPECT_EQ(L"0", list[i].Find(kAttachmentHidden)->value);
-        for (const auto& [name, entry] : list[i]) {
-            EXPECT_EQ(0u, entry.flag) << name.c_str();
-        }
-    }
-    EXPECT_TRUE(files.empty());
-}
-
 TEST_F(AttachmentQueryTest, SavesEachChosenAttachmentIntoAStagingFolderOfItsOwn) {
     ASSERT_EQ(S_OK, Query(kListAttachments));
     // Any text marks a record chosen, even "0".
@@ -313,6 +298,7 @@ TEST_F(AttachmentQueryTest, SavesEachChosenAttachmentIntoAStagingFolderOfItsOwn)
 // --- The library not installed: the user is told, and nothing is archived.
 
 TEST(UnregisteredRedemptionTest, SignedMailIsNotArchivedAndTheUserIsTold) {
+    ASSERT_EQ(S_OK, FakeRedemption::Unregister());
     TempDirectoryOverride temp;
     LogCapture log;
     {
@@ -432,6 +418,7 @@ INSTANTIATE_TEST_SUITE_P(
                                  L"Failed to delete mail item! hr = 0x80070005\n", 1}));
 
 TEST_F(DeleteMailTest, SignedMailGoesToTheLibraryWhichMustBeInstalled) {
+    ASSERT_EQ(S_OK, FakeRedemption::Unregister());
     item->SetProperty(L"MessageClass", L"ipm.note.smime.multipartsigned");
     nameSpace->SetProperty(L"MAPIOBJECT", static_cast<IDispatch*>(application.get()));
     WindowWatcher watcher;
@@ -444,6 +431,136 @@ TEST_F(DeleteMailTest, SignedMailGoesToTheLibraryWhichMustBeInstalled) {
     EXPECT_TRUE(log.Contains(L"Fehler bei der Kommunikation mit der Redemption Schnittstelle.\n"));
     EXPECT_TRUE(log.Contains(L"Can't get CLSID for Redemption.RDOSession! hr = 0x800401F3\n"));
     nameSpace->SetProperty(L"MAPIOBJECT", static_cast<IDispatch*>(nullptr));
+}
+
+// --- End to end through the simulated library, registered under its ProgID.
+
+struct ComApartment {
+    ComApartment() { EXPECT_EQ(S_OK, CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED)); }
+    ~ComApartment() { CoUninitialize(); }
+};
+
+class SimulatedLibraryTest : public ::testing::Test {
+protected:
+    SimulatedLibraryTest() { EXPECT_EQ(S_OK, FakeRedemption::Register()); }
+    ~SimulatedLibraryTest() override {
+        if (redemption) {
+            ReleaseLibrary();
+        }
+        EXPECT_EQ(before, outlook->RefCounts());
+        outlook.reset();
+        EXPECT_EQ(0u, MapiSimLiveObjects());
+        EXPECT_EQ(0u, MapiSimLiveBuffers());
+        EXPECT_EQ(0u, MapiSimLiveSessions());
+        EXPECT_EQ(S_OK, FakeRedemption::Unregister());
+    }
+    // Every library object back to the library's own reference; its sessions hold Outlook's MAPI
+    // session until the library goes.
+    void ReleaseLibrary() {
+        for (const auto& [name, count] : redemption->RefCounts()) {
+            EXPECT_EQ(1u, count) << std::string(name.begin(), name.end());
+        }
+        redemption.reset();
+    }
+    FakeDispatch& Select(const wchar_t* text) {
+        FakeDispatch& item = outlook->SelectItemText(text);
+        before = outlook->RefCounts();
+        return item;
+    }
+    std::wstring Text(IDispatch* object, const wchar_t* name) {
+        BStr text;
+        EXPECT_EQ(S_OK, GetTextPropertyNoThrow(object, name, &text)) << name;
+        return text.c_str();
+    }
+
+    ComApartment apartment;
+    TempDirectoryOverride temp;
+    LogCapture log;
+    std::unique_ptr<FakeOutlook> outlook = std::make_unique<FakeOutlook>();
+    std::unique_ptr<FakeRedemption> redemption = std::make_unique<FakeRedemption>(*outlook);
+    RefCountList before;
+};
+
+TEST_F(SimulatedLibraryTest, SignedMailIsSavedByTheLibraryWithItsValues) {
+    FakeDispatch& item = Select(
+        L"class = IPM.Note.SMIME.MultipartSigned\nPR_SUBJECT = Vertrag\nPR_IMPORTANCE = 2\n"
+        L"CC = Ina | SMTP | ina@example.net\n");
+    PathBuffer path{};
+    PropertyMap map;
+
+    ASSERT_EQ(S_OK, SaveOutlookDocument(&outlook->Application(), &path, &map, 1));
+
+    EXPECT_TRUE(FileExists(path.data()));
+    EXPECT_NE(nullptr, wcsstr(path.data(), L"\\dorvane_0_")) << path.data();
+    for (const FakeDispatch::CallRecord& call : redemption->Mail(0).Calls()) {
+        if (call.member == L"SaveAs") {
+            EXPECT_EQ(path.data(), std::wstring(call.args.at(0).bstrVal));
+            EXPECT_EQ(9, call.args.at(1).lVal);
+        }
+    }
+    EXPECT_EQ(1u, redemption->Mail(0).CallCount(L"SaveAs"));
+    EXPECT_EQ(L"Vertrag", map.Find(L"OTL_MSG_SUBJECT")->value);
+    EXPECT_EQ(L"2", map.Find(L"OTL_MSG_IMPORTANCE")->value);
+    EXPECT_EQ(L";Ina", map.Find(L"OTL_MSG_TO_SMTP_ADDRESS")->value);
+    EXPECT_EQ(Text(&item, L"EntryID"), map.Find(kEntryIdName)->value);
+    EXPECT_EQ(Text(&outlook->Folder(), L"StoreID"), map.Find(kStoreEntryIdName)->value);
+    EXPECT_EQ(nullptr, map.Find(L"OTL_MSG_RECIEVEDATETIME"));
+    EXPECT_EQ(1u, redemption->SessionCount());
+    EXPECT_TRUE(log.Contains(L"Redemption DLL version: "));
+    redemption->Mail(0).ClearCalls();
+}
+
+// Keys count within one mail: a record chosen from the second mail saves nothing of the first.
+TEST_F(SimulatedLibraryTest, AttachmentsOfTheSelectionAreListedAndSavedMailByMail) {
+    outlook->SelectItemText(
+        L"class = IPM.Note\nPR_SUBJECT = Preise\n"
+        L"attachment = Preise.txt | 42 EUR\n");
+    Select(
+        L"class = IPM.Note.SMIME\nPR_SUBJECT = Vertrag\nattachment = Vertrag.pdf | %PDF\n"
+        L"hidden attachment = logo.png | PNG\nattachment = Anlage.txt | Anlage 1\n");
+    AttachmentList list;
+    ASSERT_EQ(S_OK, GetAttachmentList(&outlook->Application(), nullptr, list));
+    ASSERT_EQ(3u, list.size());
+    // The hidden picture is left out but counted: the records of the second mail have keys 1 and 3.
+    const PropertyMap anlage = [] {
+        PropertyMap record;
+        record.Add(kAttachmentName, L"Anlage.txt", 0);
+        record.Add(kAttachmentSize, L"8", 0);
+        record.Add(kAttachmentHidden, L"0", 0);
+        record.Add(kAttachmentKey, L"3", 0);
+        return record;
+    }();
+    EXPECT_TRUE(std::equal(anlage.begin(), anlage.end(), list[2].begin(), list[2].end(),
+                           [](const auto& a, const auto& b) {
+                               return a.first == b.first && a.second.value == b.second.value &&
+                                      a.second.flag == b.second.flag;
+                           }));
+    list[1].Add(kAttachmentSelected, L"1", 0);
+    FileList files;
+
+    ASSERT_EQ(S_OK, SaveAttachments(&outlook->Application(), nullptr, list, files));
+
+    ASSERT_EQ(1u, files.size());
+    EXPECT_EQ(L"\\Vertrag.pdf", files[0].substr(files[0].rfind(L'\\')));
+    EXPECT_EQ("%PDF", ReadFileBytes(files[0]));
+}
+
+TEST_F(SimulatedLibraryTest, SignedMailIsDeletedThroughTheLibrary) {
+    FakeDispatch& item = Select(L"class = IPM.Note.SMIME\nPR_SUBJECT = Vertrag\n");
+    PropertyMap properties;
+    properties.Add(kEntryIdName, Text(&item, L"EntryID").c_str(), 0);
+    properties.Add(kStoreEntryIdName, Text(&outlook->Folder(), L"StoreID").c_str(), 0);
+
+    ASSERT_EQ(S_OK, DeleteMailItem(&outlook->Application(), properties));
+
+    // Gone from Outlook's folder and selection, by the library's hand.
+    int32_t left = -1;
+    EXPECT_EQ(S_OK, GetIntegerPropertyNoThrow(&outlook->Selection(), L"Count", &left));
+    EXPECT_EQ(0, left);
+    EXPECT_EQ(1u, redemption->Session(0).CallCount(L"GetMessageFromID"));
+    redemption->Session(0).ClearCalls();
+    ReleaseLibrary();
+    before = outlook->RefCounts();
 }
 
 }  // namespace
