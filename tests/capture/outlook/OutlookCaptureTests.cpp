@@ -335,18 +335,4 @@ TEST_F(OutlookCaptureTest, NothingSelected) {
     EXPECT_TRUE(log.Contains(L"There are no items selected!\n"));
 }
 
-// Stages a mail for an independent reader: with TALVORN_MSG_EXPORT (a folder) set, the staged
-// file is copied there as mail.msg (tests/capture/outlook/msgconvert-reads-staged-mail.sh).
-TEST_F(OutlookCaptureTest, StagedMailForAnIndependentReader) {
-    outlook->SelectItemText(
-        L"class = IPM.Note\nPR_SUBJECT = Angebot Q3\nPR_SENDER_NAME = Erika Muster\n"
-        L"PR_SENDER_EMAIL_ADDRESS = erika.muster@example.org\nPR_SENDER_ADDRTYPE = SMTP\n"
-        L"To = Max Beispiel | SMTP | max.beispiel@example.com\n");
-    ASSERT_EQ(S_OK, Capture());
-    if (const wchar_t* folder = _wgetenv(L"TALVORN_MSG_EXPORT")) {
-        ASSERT_TRUE(
-            CopyFileW(paths[0].data(), (std::wstring(folder) + L"\\mail.msg").c_str(), FALSE));
-    }
-}
-
 }  // namespace
