@@ -316,19 +316,6 @@ INSTANTIATE_TEST_SUITE_P(
                       CopyFailureCase{"Outlook fails too", E_FAIL, E_ACCESSDENIED, S_OK, 1},
                       CopyFailureCase{"out of memory", E_OUTOFMEMORY, S_OK, E_OUTOFMEMORY, 0}));
 
-TEST_F(OutlookCaptureTest, OneOpenItemIsStagedAsItemNumberZero) {
-    outlook->SelectItemText(L"class = IPM.Note\nPR_SUBJECT = Erste\n");
-    FakeDispatch& open = outlook->SelectItemText(L"class = IPM.Task\nPR_SUBJECT = Offen\n");
-    paths.assign(1, PathBuffer{});
-    maps.assign(1, PropertyMap{});
-    const RefCountList before = outlook->RefCounts();
-    ASSERT_EQ(S_OK, SaveOutlookItem(&outlook->Application(), &open, paths[0], maps[0]));
-    EXPECT_EQ(before, outlook->RefCounts());
-    EXPECT_EQ(L"Offen", Value(0, L"OTL_TASK_SUBJECT"));
-    EXPECT_EQ(0u, FileName(0).rfind(L"dorvane_0_", 0));
-    EXPECT_TRUE(FileExists(paths[0].data()));
-}
-
 TEST_F(OutlookCaptureTest, NothingSelected) {
     EXPECT_EQ(kNothingSelected, GetOutlookDocumentCount(&outlook->Application()));
     EXPECT_EQ(kNothingSelected, Capture());
