@@ -7,20 +7,33 @@
 // As Outlook it builds the simulated Outlook (tools/outlooksim) with the given items selected:
 // item text files (.item, the readable format of tools/outlooksim/ItemText.h) or message files
 // (.msg). Outlook items are real messages of the simulated mapi32.dll, which must lie beside
-// hostsim.exe and be preferred by Wine (TALVORN_NATIVE_DLLS=mapi32, scripts/wine-env.sh).
+// hostsim.exe and be preferred by Wine (TALVORN_NATIVE_DLLS=mapi32, scripts/wine-env.sh). The
+// single-item buttons (ArchiveSingleOutlook, AttachmentSingleOutlook) act on the first item, open
+// in an inspector that is the control's Context. For the signed mails and the attachment commands
+// hostsim registers the simulated MAPI library (tools/rdosim, rdosim.dll beside it) in the prefix
+// for its run and unregisters it afterwards; --no-redemption leaves it unregistered, so that the
+// add-in finds no library. The attachment commands show the add-in's choice of attachments: hostsim
+// answers it with OK and every row checked, or with only the rows of --choose checked (counted
+// from 1; --choose cancel presses Cancel).
 //
 // Usage: hostsim.exe [--host word|excel|powerpoint|outlook] [--version 16.0.4266.1001]
 //                    [--new] [--read-only] [--property Name=Value]... [--button Archive|Info|...]
-//                    <document> | <item file>...
+//                    [--no-redemption] [--choose 1,3|cancel] <document> | <item file>...
 #include <windows.h>
 #include <objbase.h>
 #include <olectl.h>
 
 #include <cstdint>
 #include <cstdio>
+#include <commctrl.h>
+
+#include <algorithm>
+#include <map>
 #include <memory>
+#include <optional>
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "addin/OfficeInterfaces.h"
@@ -34,6 +47,8 @@
 #include "officesim/FakeOfficeHost.h"
 #include "outlooksim/FakeOutlook.h"
 #include "outlooksim/ItemText.h"
+#include "rdosim/FakeRedemption.h"
+#include "resources/resource.h"
 
 namespace {
 
@@ -59,6 +74,10 @@ struct Options {
     std::vector<std::pair<std::wstring, std::wstring>> properties;
     std::wstring button = L"Archive";
     std::vector<std::wstring> documents;  // one document, or Outlook's selected items
+    bool redemption = true;
+    // The attachment rows to check, counted from 1; empty: all of them.
+    std::vector<int> chosen;
+    bool cancelChoice = false;
 };
 
 // Writes UTF-8 to standard output whatever the console code page, so that German texts read
@@ -231,6 +250,22 @@ bool ParseOptions(int argc, wchar_t** argv, Options& options) {
                 return false;
             }
             options.properties.emplace_back(pair.substr(0, equals), pair.substr(equals + 1));
+        } else if (arg == L"--no-redemption") {
+            options.redemption = false;
+        } else if (arg == L"--redemption") {
+            options.redemption = true;
+        } else if (arg == L"--choose" && i + 1 < argc) {
+            const std::wstring rows = argv[++i];
+            options.cancelChoice = rows == L"cancel";
+            for (size_t start = 0; !options.cancelChoice && start < rows.size();) {
+                const size_t comma = rows.find(L',', start);
+                const int row = _wtoi(rows.substr(start, comma - start).c_str());
+                if (row < 1) {
+                    return false;
+                }
+                options.chosen.push_back(row);
+                start = comma == std::wstring::npos ? rows.size() : comma + 1;
+            }
         } else if (arg == L"--new") {
             options.newDocument = true;
         } else if (arg == L"--read-only") {
@@ -286,6 +321,80 @@ void ShowHandOffs(const std::string& url) {
     }
 }
 
+bool IsAttachmentButton(const std::wstring& button) {
+    return button == L"Attachment" || button == L"AttachmentSingleOutlook";
+}
+
+bool IsSingleItemButton(const std::wstring& button) {
+    return button == L"ArchiveSingleOutlook" || button == L"AttachmentSingleOutlook";
+}
+
+// Answers the add-in's attachment choice from a thread of its own, the way a user would: waits for
+// the dialog, prints its rows, checks the chosen ones and presses OK (or Cancel).
+class AttachmentChooser {
+public:
+    explicit AttachmentChooser(const Options& options)
+        : m_thread([&options](std::stop_token stop) { Answer(options, stop); }) {}
+
+private:
+    static void Answer(const Options& options, const std::stop_token& stop) {
+        HWND dialog = nullptr;
+        while (!stop.stop_requested() &&
+               !(dialog = FindWindowW(L"#32770", L"Anh\u00e4nge ausw\u00e4hlen"))) {
+            Sleep(50);
+        }
+        // The rows are there once the dialog shows.
+        while (dialog && !stop.stop_requested() && !IsWindowVisible(dialog)) {
+            Sleep(20);
+        }
+        if (!dialog || stop.stop_requested()) {
+            return;
+        }
+        HWND list = GetDlgItem(dialog, IDC_ATTACHMENTS);
+        const int rows = list ? ListView_GetItemCount(list) : 0;
+        std::wstring shown = L"\nattachment choice \"Anh\u00e4nge ausw\u00e4hlen\":\n";
+        for (int row = 0; row < rows; ++row) {
+            const bool check = options.chosen.empty() ||
+                               std::find(options.chosen.begin(), options.chosen.end(), row + 1) !=
+                                   options.chosen.end();
+            ListView_SetCheckState(list, row, check ? TRUE : FALSE);
+            wchar_t name[MAX_PATH] = L"";
+            wchar_t size[64] = L"";
+            ListView_GetItemText(list, row, 0, name, MAX_PATH);
+            ListView_GetItemText(list, row, 1, size, 64);
+            shown +=
+                std::wstring(L"  [") + (check ? L"x" : L" ") + L"] " + name + L"  " + size + L"\n";
+        }
+        const int button = options.cancelChoice ? IDCANCEL : IDOK;
+        Print(shown + L"  pressing " + (button == IDOK ? L"OK" : L"Cancel") + L"\n");
+        SendMessageW(dialog, WM_COMMAND, MAKEWPARAM(button, BN_CLICKED),
+                     reinterpret_cast<LPARAM>(GetDlgItem(dialog, button)));
+    }
+
+    std::jthread m_thread;
+};
+
+// The simulated MAPI library registered in the prefix for the run, and unregistered after it.
+class RedemptionRegistration {
+public:
+    explicit RedemptionRegistration(bool wanted) {
+        const HRESULT hr = wanted ? FakeRedemption::Register() : FakeRedemption::Unregister();
+        Print(std::wstring(wanted ? L"registered" : L"unregistered") +
+              L" the simulated Redemption.RDOSession (rdosim.dll): " + Hex(hr) + L"\n");
+        m_registered = wanted && SUCCEEDED(hr);
+    }
+    ~RedemptionRegistration() {
+        if (m_registered) {
+            FakeRedemption::Unregister();
+        }
+    }
+    RedemptionRegistration(const RedemptionRegistration&) = delete;
+    RedemptionRegistration& operator=(const RedemptionRegistration&) = delete;
+
+private:
+    bool m_registered = false;
+};
+
 int Run(const Options& options) {
     CLSID clsid;
     HRESULT hr = CLSIDFromProgID(L"Talvorn.DorvaneAddin", &clsid);
@@ -311,8 +420,17 @@ int Run(const Options& options) {
           L", simulated ==\n");
     std::unique_ptr<FakeOfficeHost> office;
     std::unique_ptr<FakeOutlook> outlook;
+    std::optional<RedemptionRegistration> registration;
+    std::unique_ptr<FakeRedemption> redemption;
     if (options.host->kind == kHostOutlook) {
         outlook = Outlook(options);
+        if (IsSingleItemButton(options.button) && outlook->ItemCount() > 0) {
+            outlook->Inspect(0);
+        }
+        registration.emplace(options.redemption);
+        if (options.redemption) {
+            redemption = std::make_unique<FakeRedemption>(*outlook);
+        }
     } else {
         office = Office(options);
     }
@@ -364,13 +482,19 @@ int Run(const Options& options) {
     hr = callbacks->GetIDsOfNames(IID_NULL, &name, 1, LOCALE_USER_DEFAULT, &id);
     if (SUCCEEDED(hr)) {
         // The ribbon passes its control; the control's Context is the window of the button
-        // (Outlook's explorer).
+        // (Outlook's explorer, or the inspector of the first item for the single-item buttons).
         ComPtr<FakeDispatch> control = FakeDispatch::Create();
-        FakeDispatch* context = outlook ? &outlook->Explorer() : application.get();
+        FakeDispatch* context = !outlook                             ? application.get()
+                                : IsSingleItemButton(options.button) ? &outlook->Inspector()
+                                                                     : &outlook->Explorer();
         control->SetProperty(L"Id", L"TLPMBTDX2_0001")
             .SetProperty(L"Context", static_cast<IDispatch*>(context));
         Variant argument(static_cast<IDispatch*>(control.get()));
         DISPPARAMS params{&argument, nullptr, 1, 0};
+        std::optional<AttachmentChooser> chooser;
+        if (IsAttachmentButton(options.button)) {
+            chooser.emplace(options);
+        }
         hr = callbacks->Invoke(id, IID_NULL, LOCALE_USER_DEFAULT, DISPATCH_METHOD, &params, nullptr,
                                nullptr, nullptr);
     }
@@ -388,13 +512,30 @@ int Run(const Options& options) {
     addin.reset();
     Print(L"\ndisconnected; references the add-in still holds on the Application: " +
           std::to_wstring(application->RefCount() - applicationRefs) + L"\n");
-    if (outlook) {
-        const RefCountList now = outlook->RefCounts();
+    if (redemption) {
+        // The library's objects are made on first use; it holds one reference to each itself.
         std::wstring held;
-        for (size_t i = 0; i < now.size(); ++i) {
-            const ULONG before = i < outlookRefs.size() ? outlookRefs[i].second : 0;
-            if (now[i].second != before) {
-                held += L" " + now[i].first + L" " + std::to_wstring(now[i].second - before);
+        for (const auto& [object, count] : redemption->RefCounts()) {
+            if (count != 1) {
+                held += L" " + object + L" " + std::to_wstring(count - 1);
+            }
+        }
+        Print(L"sessions of the simulated Redemption library: " +
+              std::to_wstring(redemption->SessionCount()) +
+              L"; references still held on its objects:" + (held.empty() ? L" none" : held) +
+              L"\n");
+        // Its sessions let go of Outlook's MAPI session with it.
+        redemption.reset();
+    }
+    if (outlook) {
+        // Objects made meanwhile (attachments) start with Outlook's own reference.
+        std::map<std::wstring, ULONG> before(outlookRefs.begin(), outlookRefs.end());
+        std::wstring held;
+        for (const auto& [object, count] : outlook->RefCounts()) {
+            const auto known = before.find(object);
+            const ULONG baseline = known == before.end() ? 1 : known->second;
+            if (count != baseline) {
+                held += L" " + object + L" " + std::to_wstring(static_cast<LONG>(count - baseline));
             }
         }
         Print(L"references still held on Outlook's objects:" + (held.empty() ? L" none" : held) +
@@ -417,6 +558,7 @@ int wmain(int argc, wchar_t** argv) {
         Print(
             L"usage: hostsim.exe [--host word|excel|powerpoint|outlook] [--version 16.0] [--new]\n"
             L"                   [--read-only] [--property Name=Value]... [--button Archive]\n"
+            L"                   [--no-redemption] [--choose 1,3|cancel]\n"
             L"                   <document> | <item file>...\n");
         return 2;
     }

@@ -88,6 +88,13 @@ struct FakeRedemption::State {
     };
 
     explicit State(FakeOutlook& outlook) : outlook(outlook) {}
+    ~State() { *alive = false; }
+    State(const State&) = delete;
+    State& operator=(const State&) = delete;
+
+    // The handlers reach the state through `this`; an object somebody still holds after this
+    // FakeRedemption has gone answers CO_E_OBJNOTCONNECTED instead.
+    std::shared_ptr<bool> alive = std::make_shared<bool>(true);
 
     FakeOutlook& outlook;
     UniqueHModule module = LoadRdoSim();
@@ -116,7 +123,10 @@ ComPtr<FakeDispatch> FakeRedemption::State::NewSession() {
     session->SetProperty(L"Version", L"6.4.0.5144")
         .SetProperty(L"MAPIOBJECT", Variant())
         .SetMethod(L"GetFolderFromID",
-                   [this, loggedOn](const Args& args, VARIANT* result) {
+                   [this, alive = alive, loggedOn](const Args& args, VARIANT* result) {
+                       if (!*alive) {
+                           return CO_E_OBJNOTCONNECTED;
+                       }
                        if (args.empty() || args.size() > 3) {
                            return DISP_E_BADPARAMCOUNT;
                        }
@@ -132,19 +142,23 @@ ComPtr<FakeDispatch> FakeRedemption::State::NewSession() {
                        }
                        return PutObject(result, &Folder());
                    })
-        .SetMethod(L"GetMessageFromID", [this, loggedOn](const Args& args, VARIANT* result) {
-            if (args.empty() || args.size() > 3) {
-                return DISP_E_BADPARAMCOUNT;
-            }
-            if (!IsText(args, 0)) {
-                return DISP_E_TYPEMISMATCH;
-            }
-            if (!loggedOn()) {
-                return kNotLoggedOn;
-            }
-            const auto index = FindInFolder(args[0].bstrVal);
-            return index ? PutObject(result, &MailAt(*index)) : MAPI_E_NOT_FOUND;
-        });
+        .SetMethod(L"GetMessageFromID",
+                   [this, alive = alive, loggedOn](const Args& args, VARIANT* result) {
+                       if (!*alive) {
+                           return CO_E_OBJNOTCONNECTED;
+                       }
+                       if (args.empty() || args.size() > 3) {
+                           return DISP_E_BADPARAMCOUNT;
+                       }
+                       if (!IsText(args, 0)) {
+                           return DISP_E_TYPEMISMATCH;
+                       }
+                       if (!loggedOn()) {
+                           return kNotLoggedOn;
+                       }
+                       const auto index = FindInFolder(args[0].bstrVal);
+                       return index ? PutObject(result, &MailAt(*index)) : MAPI_E_NOT_FOUND;
+                   });
     if (script) {
         script(*session.get());
     }
@@ -152,14 +166,15 @@ ComPtr<FakeDispatch> FakeRedemption::State::NewSession() {
     return session;
 }
 
-// The handlers reach the state through `this`: the objects live as long as this FakeRedemption,
-// whose destructor removes the factory before anything else goes.
 FakeDispatch& FakeRedemption::State::Folder() {
     if (folder) {
         return *folder.get();
     }
     folderItems = FakeDispatch::Create();
-    auto count = [this](const Args& args, VARIANT* result) {
+    auto count = [this, alive = alive](const Args& args, VARIANT* result) {
+        if (!*alive) {
+            return CO_E_OBJNOTCONNECTED;
+        }
         if (!args.empty()) {
             return DISP_E_BADPARAMCOUNT;
         }
@@ -167,7 +182,10 @@ FakeDispatch& FakeRedemption::State::Folder() {
         result->lVal = static_cast<LONG>(outlook.FolderItems().size());
         return S_OK;
     };
-    auto item = [this](const Args& args, VARIANT* result) {
+    auto item = [this, alive = alive](const Args& args, VARIANT* result) {
+        if (!*alive) {
+            return CO_E_OBJNOTCONNECTED;
+        }
         if (args.size() != 1) {
             return DISP_E_BADPARAMCOUNT;
         }
@@ -189,7 +207,10 @@ FakeDispatch& FakeRedemption::State::Folder() {
     folder->SetProperty(L"Name", outlookFolder.Value(L"Name"))
         .SetProperty(L"EntryID", outlookFolder.Value(L"EntryID"))
         .SetProperty(L"StoreID", outlookFolder.Value(L"StoreID"))
-        .SetComputedProperty(L"Items", [this](const Args& args, VARIANT* result) {
+        .SetComputedProperty(L"Items", [this, alive = alive](const Args& args, VARIANT* result) {
+            if (!*alive) {
+                return CO_E_OBJNOTCONNECTED;
+            }
             return args.empty() ? PutObject(result, folderItems.get()) : DISP_E_BADPARAMCOUNT;
         });
     return *folder.get();
@@ -290,7 +311,10 @@ FakeDispatch& FakeRedemption::State::MailAt(size_t index) {
                                      }
                                      return PutObject(result, attachments->collection.get());
                                  });
-    dispatch.SetMethod(L"Delete", [this, index](const Args& args, VARIANT*) {
+    dispatch.SetMethod(L"Delete", [this, alive = alive, index](const Args& args, VARIANT*) {
+        if (!*alive) {
+            return CO_E_OBJNOTCONNECTED;
+        }
         if (!args.empty()) {
             return DISP_E_BADPARAMCOUNT;
         }

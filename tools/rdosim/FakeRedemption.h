@@ -21,8 +21,18 @@
 //   Delete removes the item from the Outlook folder.
 //
 // Every object is a FakeDispatch, so a test reaches each one to inject failures and check
-// reference counts. Not modelled: stores other than the one Outlook shows, searching, creating
-// items, real decryption, events.
+// reference counts. RefCounts counts the double's own reference too: an object nobody else holds
+// shows 1. A session keeps the MAPIOBJECT put into it (and its recorded calls a copy) until this
+// FakeRedemption goes, so Outlook's LiveMapiObjects counts it until then. Not modelled: stores
+// other than the one Outlook shows, searching, creating items, real decryption, events.
+//
+// Using it: the program needs rdosim.dll beside it (talvorn_rdosim_beside) as well as the
+// simulated mapi32.dll, and a COM apartment on the calling thread. Wine's COM reads classes from
+// the prefix's machine-wide key only (HKLM\Software\Classes, past any RegOverridePredefKey of
+// HKEY_CLASSES_ROOT, HKEY_LOCAL_MACHINE or HKEY_CURRENT_USER), so Register writes there when the
+// classes root is not overridden, and the registration is shared by every process of the prefix:
+// test cases that register or unregister it hold the ctest RESOURCE_LOCK rdosim_registration
+// (talvorn_test(... PROPERTIES RESOURCE_LOCK rdosim_registration)), as does hostsim's run.
 #pragma once
 
 #include <functional>
@@ -44,7 +54,8 @@ public:
     FakeRedemption& operator=(const FakeRedemption&) = delete;
 
     // Writes the ProgID, CLSID and InprocServer32 keys for rdosim.dll beside the program into
-    // HKEY_CLASSES_ROOT as the process sees it (a test's private root included); Unregister
+    // HKEY_CLASSES_ROOT as the process sees it (rdosim.dll's DllRegisterServer; under an
+    // overridden classes root the keys land there, where Wine's COM does not look); Unregister
     // removes them, so that the library reads as not installed.
     static HRESULT Register();
     static HRESULT Unregister();
