@@ -31,18 +31,6 @@ struct MailKey {
     DATE sentOn = 0;
 };
 
-// The log texts of one side of the comparison; null where that side logs nothing.
-struct MailKeyTexts {
-    const wchar_t* entryId;
-    const wchar_t* subject;
-    const wchar_t* size;
-    const wchar_t* messageClass;
-    const wchar_t* sentOnBehalfOf;
-    const wchar_t* received;
-    const wchar_t* to;
-    const wchar_t* sentOn;
-};
-
 // The texts must stay literals for the compile-time format check, hence two readers.
 MailKey ReadSelectedKey(IDispatch* item) {
     MailKey key;
