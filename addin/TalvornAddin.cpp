@@ -5,6 +5,7 @@
 
 #include "addin/Ribbon.h"
 #include "addin/commands/ArchiveCommands.h"
+#include "addin/commands/DialogCommands.h"
 #include "common/Automation.h"
 #include "common/ComError.h"
 #include "common/HostKind.h"
@@ -148,8 +149,13 @@ void CTalvornAddin::RunCommand(DISPID id, const DISPPARAMS& params, IDispatch* a
         }
         break;
     }
+    case kCallbackSettings:
+        OnSettings();
+        break;
+    case kCallbackInfo:
+        OnAbout(context);
+        break;
     default:
-        // The settings and info buttons open dialogs that are not part of this build yet.
         break;
     }
 }

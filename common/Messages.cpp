@@ -2,6 +2,7 @@
 
 #include <cstdarg>
 
+#include "common/LanguageFile.h"
 #include "common/Module.h"
 #include "resources/resource.h"
 
@@ -30,8 +31,9 @@ int LoadUiString(UINT id, wchar_t* buffer, int capacity) noexcept {
         return 0;
     }
     buffer[0] = L'\0';
-    // Every text comes from the module's string table; there is no user-interface language file
-    // to ask first yet.
+    if (int length = LoadLanguageFileString(id, buffer, capacity); length > 0) {
+        return length;
+    }
     return LoadStringW(ModuleInstance(), id, buffer, capacity);
 }
 

@@ -1,12 +1,13 @@
-// The German message boxes of the user commands, their texts and captions from the module's string
-// table.
+// The German message boxes of the user commands, their texts and captions from the user-interface
+// language file when it has them (common/LanguageFile.h), else from the module's string table.
 #pragma once
 
 #include <windows.h>
 
 #include "common/CheckedFormat.h"
 
-// Loads user-interface text `id` into `buffer`; returns its length, 0 when no text exists.
+// Loads user-interface text `id` into `buffer`, from the language file or else the string table;
+// returns its length, 0 when no text exists.
 int LoadUiString(UINT id, wchar_t* buffer, int capacity) noexcept;
 
 // The formatting side of the two below; called only by them.

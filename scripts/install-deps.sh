@@ -2,8 +2,8 @@
 # Installs what the build and the tests need, and nothing when all of it is there already.
 set -eu
 # msgconvert (libemail-outlook-message-perl, with libemail-address-perl, which it only recommends)
-# reads back the message files the simulated MAPI writes.
-packages="cmake make g++-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64 wine wine64 xvfb xauth googletest \
+# reads back the message files the simulated MAPI writes; python3 makes the language files.
+packages="python3 cmake make g++-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64 wine wine64 xvfb xauth googletest \
 libemail-outlook-message-perl libemail-address-perl"
 missing=""
 for p in $packages; do

@@ -2,6 +2,7 @@
 
 #include <cwchar>
 
+#include "common/AddinKeys.h"
 #include "common/BoundedFormat.h"
 #include "common/LogFile.h"
 #include "common/Module.h"
@@ -20,7 +21,6 @@ constexpr SettingDescriptor kSettingsTable[] = {
 };
 
 constexpr DWORD kTextBytes = 2048;
-constexpr DWORD kUserNameCapacity = 2048;
 
 // A text setting is read into kTextBytes bytes and terminated even when the registry holds it
 // without its NUL.
@@ -58,18 +58,9 @@ std::wstring NumberedName(const wchar_t* name, int number) {
 
 std::span<const SettingDescriptor> SettingsTable() noexcept { return kSettingsTable; }
 
-std::wstring CTDCSettings::MachineKeyPath() {
-    return std::wstring(L"Software\\talvorn\\") + L"Talvorn.DorvaneAddin";
-}
+std::wstring CTDCSettings::MachineKeyPath() { return AddinMachineKeyPath(); }
 
-std::wstring CTDCSettings::UserKeyPath() {
-    wchar_t user[kUserNameCapacity];
-    DWORD size = kUserNameCapacity;
-    if (!GetUserNameW(user, &size)) {
-        return std::wstring();
-    }
-    return MachineKeyPath() + L"\\" + user;
-}
+std::wstring CTDCSettings::UserKeyPath() { return AddinUserKeyPath(); }
 
 CTDCSettings::~CTDCSettings() {
     if (!m_values.empty()) {

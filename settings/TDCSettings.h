@@ -57,6 +57,10 @@ public:
     bool IsOn(const wchar_t* name) const;
     const Map& Values() const noexcept { return m_values; }
 
+    // Set by the settings dialog's OK: the caller saves and clears it.
+    bool Changed() const noexcept { return m_changed; }
+    void SetChanged(bool changed) noexcept { m_changed = changed; }
+
     // A string value of the per-user key in HKEY_CURRENT_USER only; returns its length in
     // characters, 0 when the key or the value is missing.
     static int ReadUserValue(const wchar_t* name, wchar_t* buffer, int capacity) noexcept;
@@ -76,4 +80,5 @@ private:
     const wchar_t* WriteValues(HKEY key) const;
 
     Map m_values;
+    bool m_changed = false;
 };
