@@ -33,7 +33,7 @@ bool ToText(const VARIANT& value, std::wstring& text) {
         return false;
     }
     Variant converted;
-    if (FAILED(::VariantChangeType(&converted, &plain, 0, VT_BSTR))) {
+    if (FAILED(::VariantChangeType(&converted, const_cast<VARIANT*>(&plain), 0, VT_BSTR))) {
         return false;
     }
     if (converted.vt != VT_BSTR) {

@@ -15,8 +15,8 @@
 #include <vector>
 
 struct ArgumentError {
-    HRESULT hr;      // DISP_E_TYPEMISMATCH, DISP_E_PARAMNOTOPTIONAL, DISP_E_BADPARAMCOUNT
-    UINT argError;   // index into DISPPARAMS::rgvarg, as puArgErr expects it
+    HRESULT hr;     // DISP_E_TYPEMISMATCH, DISP_E_PARAMNOTOPTIONAL, DISP_E_BADPARAMCOUNT
+    UINT argError;  // index into DISPPARAMS::rgvarg, as puArgErr expects it
 };
 
 struct MethodFailure {

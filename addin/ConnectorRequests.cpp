@@ -40,9 +40,8 @@ constexpr OfficeExecutable kOfficeExecutables[] = {
 // elsewhere, needs them whole.
 std::wstring ExistingFile(const std::wstring& given) {
     wchar_t full[kHandOffPathCapacity] = {};
-    const DWORD length = given.empty()
-                             ? 0
-                             : GetFullPathNameW(given.c_str(), kHandOffPathCapacity, full, nullptr);
+    const DWORD length =
+        given.empty() ? 0 : GetFullPathNameW(given.c_str(), kHandOffPathCapacity, full, nullptr);
     if (length == 0 || length >= kHandOffPathCapacity) {
         throw MethodFailure{E_INVALIDARG, L"Not a usable file path: \"" + given + L"\"."};
     }

@@ -92,8 +92,8 @@ HRESULT CTDConnectorCOM::Invoke(DISPID id, REFIID riid, LCID, WORD flags, DISPPA
     switch (id) {
     case kRun: {
         MethodArguments arguments(given, 1, 1);
-        SetBoolean(result, ArchiveFiles(arguments.Texts(0), HostKindOfProcess(
-                                                                CurrentProcessName().c_str())));
+        SetBoolean(result, ArchiveFiles(arguments.Texts(0),
+                                        HostKindOfProcess(CurrentProcessName().c_str())));
         break;
     }
     case kDisplaySettings:

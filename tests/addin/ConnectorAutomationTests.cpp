@@ -61,7 +61,7 @@ struct Outcome {
 
 class ConnectorAutomationTest : public testing::Test {
 protected:
-    ConnectorAutomationTest() : m_connector(MakeComObject<CTDConnectorCOM>()) {}
+    ConnectorAutomationTest() { m_connector.Attach(MakeComObject<CTDConnectorCOM>().Detach()); }
     ~ConnectorAutomationTest() override {
         EXPECT_EQ(m_connector->Release(), 0u) << "the object holds no reference to itself";
         m_connector.Detach();
@@ -77,10 +77,10 @@ protected:
         if (FAILED(outcome.hr)) {
             return outcome;
         }
-        std::vector<VARIANTARG> reversed(arguments.rbegin(), arguments.rend()) ;
+        // DISPPARAMS holds the last argument first; the copies share the callers' contents.
         std::vector<VARIANTARG> values;
-        for (VARIANT* argument : reversed) {
-            values.push_back(*argument);
+        for (auto argument = arguments.rbegin(); argument != arguments.rend(); ++argument) {
+            values.push_back(**argument);
         }
         DISPPARAMS params{values.data(), nullptr, static_cast<UINT>(values.size()), 0};
         EXCEPINFO info{};
@@ -145,8 +145,7 @@ const WrongCall kWrongCalls[] = {
     {"RunEmpty", L"Run", [] { return Args(Variant()); }, DISP_E_TYPEMISMATCH, 0},
     {"RunNothing", L"Run", [] { return Args(Variant(static_cast<IDispatch*>(nullptr))); },
      DISP_E_TYPEMISMATCH, 0},
-    {"RunArrayWithNull",
-     L"Run",
+    {"RunArrayWithNull", L"Run",
      [] {
          Variant array = ScriptArray({L"C:\\a.txt", L""});
          LONG second = 1;
@@ -167,10 +166,9 @@ const WrongCall kWrongCalls[] = {
      [] { return Args(Variant(L"PR_ENTRYID"), Variant(L"00"), Variant(L"PR_STORE_ENTRYID")); },
      DISP_E_BADPARAMCOUNT, 99},
     {"DeleteMailNamesWithoutValues", L"DeleteMail",
-     [] { return Args(ScriptArray({L"PR_ENTRYID"}), Variant(L"00")); }, DISP_E_TYPEMISMATCH,
-     0},
-    {"DeleteMailNullValue", L"DeleteMail",
-     [] { return Args(Variant(L"PR_ENTRYID"), Null()); }, DISP_E_TYPEMISMATCH, 0},
+     [] { return Args(ScriptArray({L"PR_ENTRYID"}), Variant(L"00")); }, DISP_E_TYPEMISMATCH, 0},
+    {"DeleteMailNullValue", L"DeleteMail", [] { return Args(Variant(L"PR_ENTRYID"), Null()); },
+     DISP_E_TYPEMISMATCH, 0},
     {"Unknown", L"Archive", [] { return Args(); }, DISP_E_UNKNOWNNAME, 99},
 };
 INSTANTIATE_TEST_SUITE_P(Calls, ConnectorWrongCallTest, testing::ValuesIn(kWrongCalls),
@@ -206,10 +204,11 @@ TEST_F(ConnectorAutomationTest, RunHandsAForeignAndAStagedFileByReferenceToTheCo
     const std::wstring url = urls[0];
     EXPECT_EQ(url.rfind(L"talvorn:\\\\di$appid=42$configid=7$startapp=7$files=td_data_", 0), 0u)
         << ToUtf8(url);
-    const std::wstring fresh = url.substr(url.find(L"td_data_"), url.find(L',') - url.find(L"td_data_"));
+    const std::wstring fresh =
+        url.substr(url.find(L"td_data_"), url.find(L',') - url.find(L"td_data_"));
     EXPECT_EQ(url.substr(url.find(L',') + 1), fresh + L"\n");
-    const std::string handOff = ReadFileBytes(TempDirectory() + L"td_temp_inbox\\" + fresh + L"\\" +
-                                              fresh + L".xml");
+    const std::string handOff =
+        ReadFileBytes(TempDirectory() + L"td_temp_inbox\\" + fresh + L"\\" + fresh + L".xml");
     EXPECT_TRUE(Contains(handOff, "Staged.docx</path>")) << handOff;
 }
 
@@ -279,9 +278,9 @@ TEST_F(ConnectorDeleteMailTest, DeletesTheArchivedItemFromTheRunningOutlook) {
     outlook.SelectItemText(L"class = IPM.Note\nPR_SUBJECT = Zweite\n");
     const RefCountList before = outlook.RefCounts();
     DWORD cookie = 0;
-    ASSERT_EQ(RegisterActiveObject(&outlook.Application(), kOutlookClsid, ACTIVEOBJECT_STRONG,
-                                   &cookie),
-              S_OK);
+    ASSERT_EQ(
+        RegisterActiveObject(&outlook.Application(), kOutlookClsid, ACTIVEOBJECT_STRONG, &cookie),
+        S_OK);
     BStr store;
     ASSERT_EQ(GetTextPropertyNoThrow(&outlook.Folder(), L"StoreID", &store), S_OK);
     for (size_t index : {size_t{1}, size_t{0}}) {
