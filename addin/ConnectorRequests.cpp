@@ -127,7 +127,8 @@ bool EditSettings() {
         LogWarning(L"CTDConnectorCOM: settings are administratively disabled\n");
         throw MethodFailure{E_ACCESSDENIED, L"Saving Settings are administratively disabled."};
     }
-    if (ShowSettingsDialog(settings) != 1) {
+    ShowSettingsDialog(settings);
+    if (!settings.Changed()) {
         return false;
     }
     const HRESULT hr = settings.SaveSettings();

@@ -100,7 +100,8 @@ protected:
     ComPtr<IDispatch> m_connector;
 };
 
-// --- Wrong calls: each answers its automation error and touches nothing.
+// --- Wrong calls: each answers its automation error, with the position of the argument at fault,
+// and leaves the result empty.
 
 struct WrongCall {
     const char* name;
@@ -178,6 +179,15 @@ INSTANTIATE_TEST_SUITE_P(Calls, ConnectorWrongCallTest, testing::ValuesIn(kWrong
 
 // --- Run
 
+TEST(ConnectorHostKindTest, OfficeProcessesAreTheirHostsAndEveryOtherProgramIsSeven) {
+    EXPECT_EQ(HostKindOfProcess(L"outlook.exe"), 1);
+    EXPECT_EQ(HostKindOfProcess(L"WINWORD.EXE"), 2);
+    EXPECT_EQ(HostKindOfProcess(L"Excel.exe"), 3);
+    EXPECT_EQ(HostKindOfProcess(L"POWERPNT.EXE"), 4);
+    EXPECT_EQ(HostKindOfProcess(L"cscript.exe"), 7);
+    EXPECT_EQ(HostKindOfProcess(L"WINWORD.EXE.bak"), 7);
+}
+
 TEST_F(ConnectorAutomationTest, RunHandsAForeignAndAStagedFileByReferenceToTheConnector) {
     m_registry.SetMachineTargets({StorageTarget(L"Angebote", L"42", L"7")});
     ConnectorRecord record;
@@ -206,7 +216,7 @@ TEST_F(ConnectorAutomationTest, RunHandsAForeignAndAStagedFileByReferenceToTheCo
         << ToUtf8(url);
     const std::wstring fresh =
         url.substr(url.find(L"td_data_"), url.find(L',') - url.find(L"td_data_"));
-    EXPECT_EQ(url.substr(url.find(L',') + 1), fresh + L"\n");
+    EXPECT_EQ(url.substr(url.find(L',') + 1), fresh);
     const std::string handOff =
         ReadFileBytes(TempDirectory() + L"td_temp_inbox\\" + fresh + L"\\" + fresh + L".xml");
     EXPECT_TRUE(Contains(handOff, "Staged.docx</path>")) << handOff;
@@ -236,16 +246,48 @@ TEST_F(ConnectorAutomationTest, DisplaySettingsIsRefusedWhenSettingsAreLocked) {
     watcher.Verify();
 }
 
-// --- DeleteMail
+// OK saves what the dialog holds into the per-user key and answers True; Cancel saves nothing.
+class ConnectorSettingsDialogTest : public ConnectorAutomationTest,
+                                    public testing::WithParamInterface<int> {};
 
-TEST(ConnectorHostKindTest, OfficeProcessesAreTheirHostsAndEveryOtherProgramIsSeven) {
-    EXPECT_EQ(HostKindOfProcess(L"outlook.exe"), 1);
-    EXPECT_EQ(HostKindOfProcess(L"WINWORD.EXE"), 2);
-    EXPECT_EQ(HostKindOfProcess(L"Excel.exe"), 3);
-    EXPECT_EQ(HostKindOfProcess(L"POWERPNT.EXE"), 4);
-    EXPECT_EQ(HostKindOfProcess(L"cscript.exe"), 7);
-    EXPECT_EQ(HostKindOfProcess(L"WINWORD.EXE.bak"), 7);
+TEST_P(ConnectorSettingsDialogTest, SavesWhatTheUserConfirmed) {
+    const bool confirmed = GetParam() == IDOK;
+    m_registry.SetMachineTargets({StorageTarget(L"Angebote", L"42", L"7")});
+    WindowWatcher watcher;
+    watcher.Expect(L"Einstellungen").Click(GetParam());
+    Outcome outcome = Call(L"DisplaySettings", {});
+    watcher.Verify();
+    ASSERT_EQ(outcome.hr, S_OK) << ToUtf8(outcome.description);
+    EXPECT_EQ(outcome.result.vt, VT_BOOL);
+    EXPECT_EQ(outcome.result.boolVal, confirmed ? VARIANT_TRUE : VARIANT_FALSE);
+    bool saved = false;
+    m_registry.UserString(L"Params1", &saved);
+    EXPECT_EQ(saved, confirmed);
 }
+INSTANTIATE_TEST_SUITE_P(Answers, ConnectorSettingsDialogTest, testing::Values(IDOK, IDCANCEL),
+                         [](const testing::TestParamInfo<int>& info) {
+                             return std::string(info.param == IDOK ? "Ok" : "Cancel");
+                         });
+
+// --- DisplayInfo
+
+TEST_F(ConnectorAutomationTest, DisplayInfoNamesTheCallingProgramAsTheHost) {
+    WindowWatcher watcher;
+    watcher.Expect(L"Info").Click(IDOK);
+    Outcome outcome = Call(L"DisplayInfo", {});
+    watcher.Verify();
+    EXPECT_EQ(outcome.hr, S_OK);
+    EXPECT_EQ(outcome.result.vt, VT_EMPTY);
+    ASSERT_EQ(watcher.Seen().size(), 1u);
+    bool named = false;
+    for (const WindowWatcher::Control& control : watcher.Seen()[0].controls) {
+        named =
+            named || control.text.find(L"Anwendung: connector_tests.exe\r\n") != std::wstring::npos;
+    }
+    EXPECT_TRUE(named);
+}
+
+// --- DeleteMail
 
 class ConnectorDeleteMailTest : public ConnectorAutomationTest {
 protected:
@@ -255,9 +297,16 @@ protected:
         StringFromGUID2(kOutlookClsid, clsid, 40);
         SetText(HKEY_CLASSES_ROOT, L"Outlook.Application\\CLSID", nullptr, clsid);
     }
+    // The running object table is COM's: the client's apartment.
+    ConnectorDeleteMailTest() { m_com = CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED); }
     ~ConnectorDeleteMailTest() override {
         RegDeleteTreeW(HKEY_CLASSES_ROOT, L"Outlook.Application");
+        if (SUCCEEDED(m_com)) {
+            CoUninitialize();
+        }
     }
+
+    HRESULT m_com;
 };
 
 TEST_F(ConnectorDeleteMailTest, FailsClearlyWhenOutlookIsNotRunning) {
@@ -302,7 +351,12 @@ TEST_F(ConnectorDeleteMailTest, DeletesTheArchivedItemFromTheRunningOutlook) {
     }
     EXPECT_TRUE(outlook.FolderItems().empty());
     EXPECT_EQ(RevokeActiveObject(cookie, nullptr), S_OK);
-    EXPECT_EQ(outlook.RefCounts(), before);
+    // Every reference the object took is back; the items have left the folder and the selection.
+    RefCountList expected = before;
+    for (auto& [name, count] : expected) {
+        count -= name.rfind(L"item ", 0) == 0 ? 2 : 0;
+    }
+    EXPECT_EQ(outlook.RefCounts(), expected);
 }
 
 }  // namespace

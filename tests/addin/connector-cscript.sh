@@ -1,7 +1,7 @@
 #!/bin/sh
 # Wine's own script host (cscript) as an independent automation client of the add-in, registered
 # in the build's prefix as the demo registers it: connector.vbs calls the connector automation
-# object with wrong and right arguments and archives a foreign and a staged file, which must reach
+# object with wrong and right arguments and archives a staged and a foreign file, which must reach
 # the stub connector as one URL naming the automation caller's start-application number 7.
 # Usage: connector-cscript.sh BUILD_DIR
 set -eu
@@ -22,7 +22,7 @@ printf 'foreign' >"$work/Bericht.txt"
 printf 'staged' >"$work/temp/td_temp_inbox/td_data_4711/Angebot.docx"
 temp=$(winpath "$work/temp")
 # Without a display a message box would answer at once instead of waiting.
-env -u DISPLAY wine cmd /c "set TEMP=$temp\\&& set TMP=$temp\\&& cscript //nologo $(winpath "$here/connector.vbs") $(winpath "$work/Bericht.txt") $temp\\td_temp_inbox\\td_data_4711\\Angebot.docx" \
+env -u DISPLAY wine cmd /c "set TEMP=$temp\\&& set TMP=$temp\\&& cscript //nologo $(winpath "$here/connector.vbs") $temp\\td_temp_inbox\\td_data_4711\\Angebot.docx $(winpath "$work/Bericht.txt")" \
     >"$work/cscript.txt" 2>&1 || status=$?
 tr -d '\r' <"$work/cscript.txt"
 [ "${status:-0}" -eq 0 ] || { echo "connector.vbs: ${status:-0} checks failed"; exit 1; }
@@ -35,8 +35,11 @@ while [ ! -s "$record" ] && [ $tries -lt 50 ]; do
     tries=$((tries + 1))
 done
 cat "$record" 2>/dev/null || { echo "the connector was not started"; exit 1; }
-grep -q '^talvorn:\\\\di\$appid=42\$configid=7\$startapp=7\$files=td_data_[0-9]*,td_data_[0-9]*$' \
+grep -q '^talvorn:\\\\di\$appid=42\$configid=7\$startapp=7\$files=td_data_4711,td_data_[0-9]*$' \
     "$record" || { echo "unexpected connector URL"; exit 1; }
-# The foreign file is not copied: its hand-off names it where it is.
+# The staged file keeps its folder; the foreign file is not copied: its hand-off, in a fresh
+# folder, names it where it is.
+grep -a -q 'Angebot.docx</path>' "$work/temp/td_temp_inbox/td_data_4711/td_data_4711.xml" ||
+    { echo "no hand-off beside the staged file"; exit 1; }
 grep -a -l -r 'Bericht.txt</path>' "$work/temp/td_temp_inbox" >/dev/null ||
     { echo "no hand-off names the foreign file"; exit 1; }

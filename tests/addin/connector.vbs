@@ -1,5 +1,5 @@
 ' The connector automation object driven by Wine's script host, as an administrator's script
-' drives it. Arguments: a foreign file, a staged file (both full paths). Prints one line per check
+' drives it. Arguments: a staged file, a foreign file (both full paths). Prints one line per check
 ' and ends with the number of failed checks.
 Option Explicit
 Dim connector, started, failures
@@ -43,7 +43,7 @@ Check "an unknown method fails", Err.Number <> 0, True
 
 Err.Clear
 started = connector.run(Array(WScript.Arguments(0), WScript.Arguments(1)))
-Check "Run with a foreign and a staged file, error", Err.Number, 0
-Check "Run with a foreign and a staged file", started, True
+Check "Run with a staged and a foreign file, error", Err.Number, 0
+Check "Run with a staged and a foreign file", started, True
 
 WScript.Quit failures
