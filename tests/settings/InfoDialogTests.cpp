@@ -30,7 +30,8 @@ void PrintTo(const InfoCase& row, std::ostream* out) { *out << row.name; }
 
 std::wstring Expand(std::wstring text, const std::wstring& languageFile) {
     for (auto [mark, value] : {std::pair<std::wstring, std::wstring>{L"%p", ThisProgram()},
-                               {L"%l", TheLog().Path()}, {L"%f", languageFile}}) {
+                               {L"%l", TheLog().Path()},
+                               {L"%f", languageFile}}) {
         if (size_t at = text.find(mark); at != std::wstring::npos) {
             text.replace(at, mark.size(), value);
         }
@@ -44,8 +45,8 @@ TEST_P(InfoDialogTest, ShowsWhatIsInstalledAndInEffect) {
     const InfoCase& row = GetParam();
     RegistrySandbox registry;
     LanguageFolder folder(registry, row.language, BuiltAddinFolder());
-    registry.SetMachineTargets({StorageTarget(L"Archiv", L"42", L"7"),
-                                StorageTarget(L"Rechnungen", L"43", L"8")});
+    registry.SetMachineTargets(
+        {StorageTarget(L"Archiv", L"42", L"7"), StorageTarget(L"Rechnungen", L"43", L"8")});
     registry.SetMachineNumber(L"Nosettings", 1);
     registry.SetUserTargets({StorageTarget(L"Vertr\u00E4ge", L"5", L"6")});
     WindowWatcher watcher;
@@ -86,7 +87,7 @@ INSTANTIATE_TEST_SUITE_P(
 TEST(InfoDialog, SaysWhenThereAreNoTargetsAndNoSettings) {
     RegistrySandbox registry;
     WindowWatcher watcher;
-    watcher.Expect(L"Info").Click(IDCANCEL);
+    watcher.Expect(L"Info").Click(IDOK);
 
     ShowInfoDialog(InfoDialogHost{L"wscript.exe", L""});
 

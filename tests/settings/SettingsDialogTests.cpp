@@ -197,8 +197,8 @@ INSTANTIATE_TEST_SUITE_P(
                  {Remove(1)},
                  {},
                  IDOK,
-                 {L"A|1|1", L"K|11|11", L"B|2|2", L"C|3|3", L"D|4|4", L"E|5|5", L"F|6|6",
-                  L"G|7|7", L"H|8|8", L"I|9|9"},
+                 {L"A|1|1", L"K|11|11", L"B|2|2", L"C|3|3", L"D|4|4", L"E|5|5", L"F|6|6", L"G|7|7",
+                  L"H|8|8", L"I|9|9"},
                  0}),
     [](const testing::TestParamInfo<EditCase>& info) { return std::string(info.param.name); });
 
