@@ -1,20 +1,10 @@
 #include "addin/commands/HostCaptureRoutines.h"
 
 #include "capture/office/OfficeDocumentCapture.h"
+#include "capture/outlook/Attachments.h"
 #include "capture/outlook/OutlookCapture.h"
 #include "common/ComError.h"
 #include "common/HostKind.h"
-#include "common/LogFile.h"
-
-namespace {
-
-HRESULT OutlookCaptureMissing(const wchar_t* routine) {
-    LogError(L"%s: Outlook items can not be archived by this build! hr = 0x%08X\n", routine,
-             E_NOTIMPL);
-    return E_NOTIMPL;
-}
-
-}  // namespace
 
 HRESULT CHostCaptureRoutines::SaveOfficeDocument(int32_t hostKind, IDispatch* application,
                                                  PathBuffer& path, PropertyMap& map,
@@ -44,16 +34,26 @@ HRESULT CHostCaptureRoutines::SaveOutlookDocument(IDispatch* application, PathBu
     return HResultFromCaughtException();
 }
 
-HRESULT CHostCaptureRoutines::SaveOutlookItem(IDispatch*, IDispatch*, int32_t, PathBuffer&,
-                                              PropertyMap&) {
-    return OutlookCaptureMissing(L"SaveOutlookItem");
+// A text that cannot be built for lack of memory ends these with E_OUTOFMEMORY, never with an
+// exception into the host.
+HRESULT CHostCaptureRoutines::SaveOutlookItem(IDispatch* application, IDispatch* item, int32_t,
+                                              PathBuffer& path, PropertyMap& map) try {
+    return ::SaveOutlookItem(application, item, path, map);
+} catch (...) {
+    return HResultFromCaughtException();
 }
 
-HRESULT CHostCaptureRoutines::GetAttachmentList(IDispatch*, IDispatch*, AttachmentList&) {
-    return OutlookCaptureMissing(L"GetAttachmentList");
+HRESULT CHostCaptureRoutines::GetAttachmentList(IDispatch* application, IDispatch* item,
+                                                AttachmentList& attachments) try {
+    return ::GetAttachmentList(application, item, attachments);
+} catch (...) {
+    return HResultFromCaughtException();
 }
 
-HRESULT CHostCaptureRoutines::SaveAttachments(IDispatch*, IDispatch*, const AttachmentList&,
-                                              FileList&) {
-    return OutlookCaptureMissing(L"SaveAttachments");
+HRESULT CHostCaptureRoutines::SaveAttachments(IDispatch* application, IDispatch* item,
+                                              const AttachmentList& attachments,
+                                              FileList& files) try {
+    return ::SaveAttachments(application, item, attachments, files);
+} catch (...) {
+    return HResultFromCaughtException();
 }

@@ -1,7 +1,6 @@
 // The capture routines an add-in in a real host uses: Word, Excel and PowerPoint documents through
-// the Office capture, the Outlook selection through the Outlook capture. The single open item and
-// the attachments are not part of this build yet: their routines answer E_NOTIMPL (logged), which
-// the commands report as a failed capture.
+// the Office capture, the Outlook selection, the single open item and the attachments through the
+// Outlook capture.
 #pragma once
 
 #include "addin/commands/CaptureRoutines.h"

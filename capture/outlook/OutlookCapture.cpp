@@ -9,6 +9,8 @@
 #include "capture/outlook/ItemKinds.h"
 #include "capture/outlook/MapiPropertyReader.h"
 #include "capture/outlook/MsgFile.h"
+#include "capture/outlook/OutlookSelection.h"
+#include "capture/outlook/Redemption.h"
 #include "common/Automation.h"
 #include "common/BStr.h"
 #include "common/ComPtr.h"
@@ -28,45 +30,6 @@ constexpr NoteMember kNoteMembers[] = {
     {0x1000001F, L"Body"},
     {0x0037001F, L"Subject"},
 };
-
-// The explorer's selection and its item count; logs and fails as the count does.
-HRESULT OpenSelection(IDispatch* application, ComPtr<IDispatch>& selection, int32_t& count) {
-    ComPtr<IDispatch> explorer;
-    HRESULT hr =
-        GetObjectPropertyNoThrow(application, GetOrCall(L"ActiveExplorer"), explorer.put());
-    if (FAILED(hr)) {
-        LogError(L"Can't get active explorer! hr = 0x%08X\n", hr);
-        return hr;
-    }
-    hr = GetObjectPropertyNoThrow(explorer.get(), L"Selection", selection.put());
-    if (FAILED(hr)) {
-        LogError(L"Can't get selected items! hr = 0x%08X\n", hr);
-        return hr;
-    }
-    hr = GetIntegerPropertyNoThrow(selection.get(), L"Count", &count);
-    if (FAILED(hr)) {
-        LogError(L"Can't get count of selected items! hr = 0x%08X\n", hr);
-        return hr;
-    }
-    if (count <= 0) {
-        LogInfo(L"There are no items selected!\n");
-        return kNothingSelected;
-    }
-    return S_OK;
-}
-
-// "Outlookversion: 16.0.0.5000 (16)": the full version and the major version the add-in goes by.
-void LogOutlookVersion(IDispatch* application) {
-    BStr version;
-    HRESULT hr = GetTextPropertyNoThrow(application, L"Version", &version);
-    if (FAILED(hr)) {
-        LogError(L"Can't get version from outlook! hr = 0x%08X\n", hr);
-        return;
-    }
-    const std::wstring full = version.c_str();
-    const std::wstring major = full.substr(0, full.find(L'.'));
-    LogInfo(L"Outlookversion: %s (%s)\n", full.c_str(), major.c_str());
-}
 
 void ReadNote(IDispatch* note, IMessage* message, const PropertyDescriptor* table,
               PropertyMap& map) {
@@ -93,6 +56,9 @@ void ReadNote(IDispatch* note, IMessage* message, const PropertyDescriptor* tabl
     }
 }
 
+HRESULT SaveReadableItem(IDispatch* application, IDispatch* item, const ItemClass& kind,
+                         int32_t itemNumber, PathBuffer& path, PropertyMap& map);
+
 // Reads and stages one selected item; `itemNumber` is its zero-based position in the selection.
 HRESULT SaveItem(IDispatch* application, IDispatch* item, int32_t itemNumber, PathBuffer& path,
                  PropertyMap& map) {
@@ -108,14 +74,26 @@ HRESULT SaveItem(IDispatch* application, IDispatch* item, int32_t itemNumber, Pa
         return kUnsupportedItem;
     }
     if (itemClass->kind == ItemKind::SignedMail) {
-        // Signed and encrypted mails can only be read through a library this build does not use.
-        LogError(L"Signed or encrypted mail (%s) can not be archived by this build!\n",
-                 messageClass.c_str());
-        return kUnsupportedItem;
+        // Outlook's MAPI object of a signed or encrypted mail holds only the wrapped content; the
+        // library reads the mail as the user sees it.
+        hr = SaveSignedMail(application, item, path, itemNumber, map);
+    } else {
+        hr = SaveReadableItem(application, item, *itemClass, itemNumber, path, map);
     }
+    if (hr == kNoMsgFileName) {
+        // No staging folder or file name: nothing was written, which the command reports as a
+        // failed capture.
+        LogError(L"No message file could be named for item %d! hr = 0x%08X\n", itemNumber, E_FAIL);
+        return E_FAIL;
+    }
+    return hr;
+}
 
+HRESULT SaveReadableItem(IDispatch* application, IDispatch* item, const ItemClass& kind,
+                         int32_t itemNumber, PathBuffer& path, PropertyMap& map) {
+    const ItemClass* itemClass = &kind;
     ComPtr<IDispatch> typedItem;
-    hr = item->QueryInterface(*itemClass->itemInterface, typedItem.put_void());
+    HRESULT hr = item->QueryInterface(*itemClass->itemInterface, typedItem.put_void());
     if (FAILED(hr)) {
         LogError(L"Failed to get %s object! hr = 0x%08X\n", itemClass->interfaceName, hr);
         return hr;
@@ -148,12 +126,6 @@ HRESULT SaveItem(IDispatch* application, IDispatch* item, int32_t itemNumber, Pa
     // Outlook can often write a mail that MAPI could not copy; out of memory it cannot.
     if (itemClass->kind == ItemKind::Mail && FAILED(hr) && hr != E_OUTOFMEMORY) {
         hr = SaveToMSG_SMIME(typedItem.get(), path, itemNumber);
-    }
-    if (hr == kNoMsgFileName) {
-        // No staging folder or file name: nothing was written, which the command reports as a
-        // failed capture.
-        LogError(L"No message file could be named for item %d! hr = 0x%08X\n", itemNumber, E_FAIL);
-        return E_FAIL;
     }
     return hr;
 }
@@ -195,4 +167,16 @@ HRESULT SaveOutlookDocument(IDispatch* application, PathBuffer* paths, PropertyM
     }
     LogInfo(L"Leave SaveOutlookDocument\n");
     return S_OK;
+}
+
+HRESULT SaveOutlookItem(IDispatch* application, IDispatch* item, PathBuffer& path,
+                        PropertyMap& map) {
+    LogInfo(L"Entering SaveOutlookItem\n");
+    if (!item) {
+        return E_POINTER;
+    }
+    LogOutlookVersion(application);
+    const HRESULT hr = SaveItem(application, item, 0, path, map);
+    LogInfo(L"Leave SaveOutlookItem\n");
+    return hr;
 }

@@ -18,3 +18,7 @@ HRESULT GetOutlookDocumentCount(IDispatch* application);
 // kUnsupportedItem, E_OUTOFMEMORY or the failing status. May throw on out of memory.
 HRESULT SaveOutlookDocument(IDispatch* application, PathBuffer* paths, PropertyMap* maps,
                             int32_t count);
+
+// Stages one item (the one open in a window) as item number 0, the way a selected item is staged.
+HRESULT SaveOutlookItem(IDispatch* application, IDispatch* item, PathBuffer& path,
+                        PropertyMap& map);

@@ -120,7 +120,7 @@ ComPtr<FakeDispatch> FakeRedemption::State::NewSession() {
         const VARIANT& value = self->Value(L"MAPIOBJECT");
         return (value.vt == VT_UNKNOWN || value.vt == VT_DISPATCH) && value.punkVal;
     };
-    session->SetProperty(L"Version", L"6.4.0.5144")
+    session->SetProperty(L"Version", L"1.0.0.0")
         .SetProperty(L"MAPIOBJECT", Variant())
         .SetMethod(L"GetFolderFromID",
                    [this, alive = alive, loggedOn](const Args& args, VARIANT* result) {

@@ -171,15 +171,11 @@ TEST_P(ClassRecognitionTest, AcceptsOnlyWholeKnownClasses) {
 
 INSTANTIATE_TEST_SUITE_P(
     Classes, ClassRecognitionTest,
-    ::testing::Values(
-        ClassCase{L"ipm.note", S_OK, L"Leave SaveOutlookDocument\n"},
-        ClassCase{L"IPM.Note.Receipt", kUnsupportedItem,
-                  L"Wrong message class of selected item!\n"},
-        ClassCase{L"IPM.Schedule.Meeting.Notification", kUnsupportedItem,
-                  L"Wrong message class of selected item!\n"},
-        ClassCase{L"IPM.Note.SMIME.MultipartSigned", kUnsupportedItem,
-                  L"Signed or encrypted mail (IPM.Note.SMIME.MultipartSigned) can not be archived "
-                  L"by this build!\n"}));
+    ::testing::Values(ClassCase{L"ipm.note", S_OK, L"Leave SaveOutlookDocument\n"},
+                      ClassCase{L"IPM.Note.Receipt", kUnsupportedItem,
+                                L"Wrong message class of selected item!\n"},
+                      ClassCase{L"IPM.Schedule.Meeting.Notification", kUnsupportedItem,
+                                L"Wrong message class of selected item!\n"}));
 
 // --- The property reader's edges.
 
