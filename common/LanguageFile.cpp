@@ -111,8 +111,8 @@ const LanguageTable* CurrentTable() {
                    !(data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY);
     uint64_t size = (static_cast<uint64_t>(data.nFileSizeHigh) << 32) | data.nFileSizeLow;
     if (path == loaded.path && present == loaded.present &&
-        (!present || (size == loaded.size &&
-                      CompareFileTime(&data.ftLastWriteTime, &loaded.written) == 0))) {
+        (!present ||
+         (size == loaded.size && CompareFileTime(&data.ftLastWriteTime, &loaded.written) == 0))) {
         return loaded.table ? &*loaded.table : nullptr;
     }
     loaded = LoadedFile{path, present, data.ftLastWriteTime, size, std::nullopt};
@@ -221,7 +221,8 @@ std::vector<std::wstring> AvailableLanguages() {
             name.size() <= kPrefix.size() + kSuffix.size()) {
             continue;
         }
-        std::wstring code(name.substr(kPrefix.size(), name.size() - kPrefix.size() - kSuffix.size()));
+        std::wstring code(
+            name.substr(kPrefix.size(), name.size() - kPrefix.size() - kSuffix.size()));
         // The pattern also matches longer extensions ("lang_en.bin.old") on some file systems.
         if (name.ends_with(kSuffix) && IsLanguageCode(code)) {
             codes.push_back(std::move(code));

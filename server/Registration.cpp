@@ -75,8 +75,10 @@ bool LoadClassTexts(UINT progIdText, UINT nameText, REFCLSID clsid, ClassTexts& 
     wchar_t progId[kNameCapacity];
     wchar_t name[kNameCapacity];
     wchar_t clsidText[40];
-    if (LoadUiString(progIdText, progId, kNameCapacity) == 0 ||
-        (nameText && LoadUiString(nameText, name, kNameCapacity) == 0) ||
+    // Registered names are never translated: straight from the string table, past any language
+    // file.
+    if (LoadStringW(ModuleInstance(), progIdText, progId, kNameCapacity) == 0 ||
+        (nameText && LoadStringW(ModuleInstance(), nameText, name, kNameCapacity) == 0) ||
         StringFromGUID2(clsid, clsidText, 40) == 0) {
         return false;
     }

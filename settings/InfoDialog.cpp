@@ -40,8 +40,8 @@ std::wstring VersionValue(const std::vector<uint8_t>& block, const wchar_t* name
         return std::wstring();
     }
     const Translation& first = *static_cast<const Translation*>(value);
-    std::wstring path = FormatString(L"\\StringFileInfo\\%04X%04X\\%s", first.language,
-                                     first.codePage, name);
+    std::wstring path =
+        FormatString(L"\\StringFileInfo\\%04X%04X\\%s", first.language, first.codePage, name);
     if (!VerQueryValueW(block.data(), path.c_str(), &value, &size) || size == 0) {
         return std::wstring();
     }
@@ -80,12 +80,11 @@ std::wstring Details(const InfoDialogHost& host) {
         hostText += L" " + host.version;
     }
     std::wstring languageFile = LanguageFilePath();
-    std::wstring text = Line(IDS_INFO_MODULE, ModulePath()) + Line(IDS_INFO_HOST, hostText) +
-                        Line(IDS_INFO_LOG_FILE, TheLog().Path()) +
-                        Line(IDS_INFO_LANGUAGE_FILE,
-                             languageFile.empty() ? UiText(IDS_INFO_NONE) : languageFile) +
-                        Line(IDS_INFO_LOCKED, UiText(settings.IsOn(L"Nosettings") ? IDS_INFO_YES
-                                                                                   : IDS_INFO_NO));
+    std::wstring text =
+        Line(IDS_INFO_MODULE, ModulePath()) + Line(IDS_INFO_HOST, hostText) +
+        Line(IDS_INFO_LOG_FILE, TheLog().Path()) +
+        Line(IDS_INFO_LANGUAGE_FILE, languageFile.empty() ? UiText(IDS_INFO_NONE) : languageFile) +
+        Line(IDS_INFO_LOCKED, UiText(settings.IsOn(L"Nosettings") ? IDS_INFO_YES : IDS_INFO_NO));
     std::wstring targets;
     for (const auto& [name, value] : settings.Values()) {
         if (value.Kind() != SettingKind::StorageTarget) {
@@ -108,8 +107,7 @@ void Initialize(HWND dialog, const InfoDialogHost& host) {
     SetDialogText(dialog, IDOK, IDS_BUTTON_OK);
     std::vector<uint8_t> version = VersionBlock();
     std::wstring product = VersionValue(version, L"ProductName") + L"\r\n" +
-                           UiText(IDS_INFO_VERSION) + L" " +
-                           VersionValue(version, L"FileVersion");
+                           UiText(IDS_INFO_VERSION) + L" " + VersionValue(version, L"FileVersion");
     SetDlgItemTextW(dialog, IDC_INFO_PRODUCT, product.c_str());
     SetDlgItemTextW(dialog, IDC_INFO_DETAILS, Details(host).c_str());
     CenterOverDesktop(dialog);

@@ -3,6 +3,7 @@
 #include <commctrl.h>
 #include <windowsx.h>
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -222,9 +223,16 @@ void Confirm(HWND dialog, DialogState& state) {
     for (const std::wstring& name : oldTargets) {
         settings.RemoveSetting(name.c_str());
     }
+    // Numbered from 1 without gaps. The lists show targets in the order of their names, where
+    // "Params10" comes before "Params2": the k-th row takes the k-th name in that order, so that
+    // the list reads the same the next time it is loaded.
+    std::vector<std::wstring> names;
     for (size_t i = 0; i < state.targets.size(); ++i) {
-        std::wstring name = FormatString(L"Params%d", static_cast<int>(i + 1));
-        settings.SetSetting(name.c_str(),
+        names.push_back(FormatString(L"Params%d", static_cast<int>(i + 1)));
+    }
+    std::sort(names.begin(), names.end());
+    for (size_t i = 0; i < state.targets.size(); ++i) {
+        settings.SetSetting(names[i].c_str(),
                             SettingValue::StorageTarget(Compose(state.targets[i]).c_str()));
     }
     bool deleteMails =

@@ -153,18 +153,53 @@ TEST_F(RibbonTest, GetIDsOfNamesAndInvokeKnowOnlyTheCallbacks) {
     EXPECT_EQ(invoke(8, IID_NULL, &none), DISP_E_MEMBERNOTFOUND);
 }
 
-TEST_F(RibbonTest, ButtonsOfAnUnconnectedAddinDoNothingButFindNoAttachments) {
+TEST_F(RibbonTest, ArchiveButtonsOfAnUnconnectedAddinDoNothingButFindNoAttachments) {
     WindowWatcher watcher;
     watcher.Expect(kErrorCaption).Click(IDOK);
     ComPtr<FakeDispatch> control = FakeDispatch::Create();
 
-    for (DISPID id : {1, 2, 3, 5}) {
+    for (DISPID id : {1, 5}) {
         EXPECT_EQ(Callback(id, {Variant(static_cast<IDispatch*>(control.get()))}), S_OK) << id;
     }
 
     ExpectNoAttachmentsBox(watcher);
     EXPECT_TRUE(control->Calls().empty());
     EXPECT_EQ(control->RefCount(), 1u);
+}
+
+// Info and settings open their dialogs, each after its log line, whatever arguments come along.
+TEST_F(RibbonTest, TheInfoAndSettingsButtonsOpenTheirDialogs) {
+    WindowWatcher watcher;
+    watcher.Expect(L"Info").Click(IDOK);
+    watcher.Expect(L"Einstellungen").Click(IDCANCEL);
+    LogCapture log;
+    ComPtr<FakeDispatch> control = FakeDispatch::Create();
+
+    EXPECT_EQ(Callback(3, {Variant(static_cast<IDispatch*>(control.get()))}), S_OK);
+    EXPECT_EQ(Callback(2), S_OK);
+
+    watcher.Verify();
+    EXPECT_EQ(watcher.Seen().size(), 2u);
+    EXPECT_TRUE(log.Contains(L"[INF] Outlook CTalvornAddin->OnAbout invoked\n"));
+    EXPECT_TRUE(log.Contains(L"[INF] Outlook CTalvornAddin->OnSettings invoked\n"));
+    EXPECT_EQ(control->RefCount(), 1u);
+}
+
+// The shipped English file beside the module relabels the ribbon; a label it lacked would stay
+// German.
+TEST_F(RibbonTest, TheShippedEnglishFileRelabelsTheRibbon) {
+    m_registry.SetMachineString(L"Dir", BuiltAddinFolder().c_str());
+    m_registry.SetMachineString(L"l", L"en");
+    BStr markup;
+
+    ASSERT_EQ(Ribbon()->GetCustomUI(BStr(L"Microsoft.Word.Document").get(), markup.put()), S_OK);
+
+    std::wstring text = markup.c_str();
+    for (const wchar_t* piece :
+         {L"label=\"Archive document\"", L"label=\"Settings\"",
+          L"supertip=\"Archive the document into talvorn dorvane\"", L"label=\"dorvane\""}) {
+        EXPECT_NE(text.find(piece), std::wstring::npos) << ToUtf8(piece) << "\n" << ToUtf8(text);
+    }
 }
 
 // The buttons of an open Outlook item find the item through the control's window ("Context"):

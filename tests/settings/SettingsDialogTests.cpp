@@ -1,0 +1,262 @@
+#include <gtest/gtest.h>
+
+#include <windows.h>
+
+#include <commctrl.h>
+
+#include <string>
+#include <vector>
+
+#include "addin/commands/DialogCommands.h"
+#include "common/Messages.h"
+#include "resources/resource.h"
+#include "settings/SettingsDialog.h"
+#include "settings/TDCSettings.h"
+#include "support/BuiltModule.h"
+#include "support/LanguageFiles.h"
+#include "support/RegistrySandbox.h"
+#include "support/TestFiles.h"
+#include "support/WindowWatcher.h"
+
+namespace {
+
+const std::wstring kCaption = L"Einstellungen";
+const std::wstring kErrorCaption = L"Fehler bei der Dokumentablage";
+
+// What the user does in the dialog before OK or Cancel: add a target from the three fields, or
+// select a row and remove it.
+struct Step {
+    enum { Add, Remove, ToggleDeleteMails } kind;
+    std::wstring label;  // Add: the three fields
+    std::wstring appId;
+    std::wstring configId;
+    int row = 0;  // Remove
+};
+
+Step Add(std::wstring label, std::wstring appId, std::wstring configId) {
+    return Step{Step::Add, std::move(label), std::move(appId), std::move(configId)};
+}
+Step Remove(int row) { return Step{Step::Remove, L"", L"", L"", row}; }
+Step ToggleDeleteMails() { return Step{Step::ToggleDeleteMails, L"", L"", L""}; }
+
+void Press(HWND dialog, int button) {
+    SendMessageW(dialog, WM_COMMAND, MAKEWPARAM(button, BN_CLICKED),
+                 reinterpret_cast<LPARAM>(GetDlgItem(dialog, button)));
+}
+
+std::vector<std::wstring> Rows(HWND list) {
+    std::vector<std::wstring> rows;
+    for (int row = 0; row < ListView_GetItemCount(list); ++row) {
+        std::wstring text;
+        for (int column = 0; column < 3; ++column) {
+            wchar_t cell[260] = L"";
+            ListView_GetItemText(list, row, column, cell, 260);
+            text += (column ? L"|" : L"") + std::wstring(cell);
+        }
+        rows.push_back(text);
+    }
+    return rows;
+}
+
+// Runs the steps in the open dialog, noting the list before them, and ends it with `button`. All of
+// it runs from inside the dialog's loop, so that a refusal's message box comes in between.
+void Perform(const std::vector<Step>& steps, int button, std::vector<std::wstring>& rowsBefore) {
+    HWND dialog = FindWindowW(L"#32770", kCaption.c_str());
+    ASSERT_NE(dialog, nullptr);
+    HWND list = GetDlgItem(dialog, IDC_SETTINGS_TARGETS);
+    rowsBefore = Rows(list);
+    for (const Step& step : steps) {
+        switch (step.kind) {
+        case Step::Add:
+            SetDlgItemTextW(dialog, IDC_SETTINGS_NAME, step.label.c_str());
+            SetDlgItemTextW(dialog, IDC_SETTINGS_APPID, step.appId.c_str());
+            SetDlgItemTextW(dialog, IDC_SETTINGS_CONFIGID, step.configId.c_str());
+            Press(dialog, IDC_SETTINGS_ADD);
+            break;
+        case Step::Remove:
+            ListView_SetItemState(list, step.row, LVIS_SELECTED, LVIS_SELECTED);
+            Press(dialog, IDC_SETTINGS_REMOVE);
+            break;
+        case Step::ToggleDeleteMails:
+            SendDlgItemMessageW(dialog, IDC_SETTINGS_DELETE_MAILS, BM_CLICK, 0, 0);
+            break;
+        }
+    }
+    Press(dialog, button);
+}
+
+struct EditCase {
+    const char* name;
+    std::vector<std::wstring> labels;  // machine-wide targets, appid and configid their positions
+    std::vector<Step> steps;
+    std::vector<UINT> refusals;  // the message boxes the steps bring up, in order
+    int button;
+    // The per-user key afterwards: the targets as "label|appid|configid" in the order of their
+    // value names, or none when nothing was saved.
+    std::vector<std::wstring> saved;
+    DWORD deleteMails;
+};
+
+void PrintTo(const EditCase& row, std::ostream* out) { *out << row.name; }
+
+class SettingsDialogEditTest : public testing::TestWithParam<EditCase> {};
+
+TEST_P(SettingsDialogEditTest, SavesTheEditedListOnOkOnly) {
+    const EditCase& row = GetParam();
+    RegistrySandbox registry;
+    std::vector<std::wstring> targets;
+    std::vector<std::wstring> expectedRows;
+    for (size_t i = 0; i < row.labels.size(); ++i) {
+        std::wstring id = std::to_wstring(i + 1);
+        targets.push_back(StorageTarget(row.labels[i], id, id));
+    }
+    registry.SetMachineTargets(targets);
+    CTDCSettings loaded;
+    ASSERT_EQ(loaded.LoadSettings(), S_OK);
+    for (const auto& [name, value] : loaded.Values()) {
+        if (value.Kind() == SettingKind::StorageTarget) {
+            std::wstring id = name.substr(6);
+            expectedRows.push_back(row.labels[std::stoul(id) - 1] + L"|" + id + L"|" + id);
+        }
+    }
+    WindowWatcher watcher;
+    std::vector<std::wstring> rowsBefore;
+    watcher.Expect(kCaption).Call([&] { Perform(row.steps, row.button, rowsBefore); });
+    for (size_t i = 0; i < row.refusals.size(); ++i) {
+        watcher.Expect(kErrorCaption).Click(IDOK);
+    }
+    LogCapture log;
+
+    OnSettings();
+
+    watcher.Verify();
+    EXPECT_TRUE(log.Contains(L"[INF] Outlook CTalvornAddin->OnSettings invoked\n"));
+    // In the map's order: "Params10" before "Params2".
+    EXPECT_EQ(rowsBefore, expectedRows);
+    ASSERT_EQ(watcher.Seen().size(), row.refusals.size() + 1);
+    for (size_t i = 0; i < row.refusals.size(); ++i) {
+        wchar_t text[260] = L"";
+        LoadUiString(row.refusals[i], text, 260);
+        EXPECT_TRUE(watcher.Seen()[i + 1].HasText(text)) << watcher.Seen()[i + 1];
+    }
+    std::vector<std::wstring> saved;
+    for (const std::wstring& name : ValueNames(HKEY_CURRENT_USER, RegistrySandbox::UserPath())) {
+        if (name.starts_with(L"Params")) {
+            saved.push_back(registry.UserString(name.c_str()));
+        }
+    }
+    std::vector<std::wstring> expectedSaved;
+    for (const std::wstring& target : row.saved) {
+        size_t bar = target.find(L'|');
+        size_t second = target.find(L'|', bar + 1);
+        expectedSaved.push_back(StorageTarget(target.substr(0, bar),
+                                              target.substr(bar + 1, second - bar - 1),
+                                              target.substr(second + 1)));
+    }
+    EXPECT_EQ(saved, expectedSaved);
+    EXPECT_EQ(ReadNumber(HKEY_CURRENT_USER, RegistrySandbox::UserPath(), L"DeleteArcDocs"),
+              row.deleteMails);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Edits, SettingsDialogEditTest,
+    testing::Values(
+        EditCase{"AddAndRemoveRenumber",
+                 {L"Archiv", L"Rechnungen"},
+                 {Add(L"Vertr\u00E4ge 2024", L"42", L"7"), Remove(0)},
+                 {},
+                 IDOK,
+                 {L"Rechnungen|2|2", L"Vertr\u00E4ge 2024|42|7"},
+                 0},
+        EditCase{"CancelSavesNothing",
+                 {L"Archiv"},
+                 {Add(L"Neu", L"1", L"2"), ToggleDeleteMails()},
+                 {},
+                 IDCANCEL,
+                 {},
+                 0},
+        EditCase{"OkWithoutChangeSavesTheSwitch",
+                 {L"Archiv"},
+                 {ToggleDeleteMails()},
+                 {},
+                 IDOK,
+                 {L"Archiv|1|1"},
+                 1},
+        EditCase{"InvalidInputIsRefused",
+                 {L"Archiv"},
+                 {Add(L"", L"1", L"2"), Add(L"Neu", L"1 2", L"3"), Add(L"Neu", L"1", L""),
+                  Add(L"Sag \"Hallo\"", L"1", L"2"), Add(L"appid=5", L"1", L"2")},
+                 {IDS_SETTINGS_LABEL_MISSING, IDS_SETTINGS_ID_INVALID, IDS_SETTINGS_ID_INVALID,
+                  IDS_SETTINGS_TARGET_UNREADABLE, IDS_SETTINGS_TARGET_UNREADABLE},
+                 IDOK,
+                 {L"Archiv|1|1"},
+                 0},
+        // The rows keep their places: the k-th row takes the k-th value name in the list's order.
+        EditCase{"ElevenTargetsKeepTheirOrder",
+                 {L"A", L"B", L"C", L"D", L"E", L"F", L"G", L"H", L"I", L"J", L"K"},
+                 {Remove(1)},
+                 {},
+                 IDOK,
+                 {L"A|1|1", L"K|11|11", L"B|2|2", L"C|3|3", L"D|4|4", L"E|5|5", L"F|6|6", L"G|7|7",
+                  L"H|8|8", L"I|9|9"},
+                 0}),
+    [](const testing::TestParamInfo<EditCase>& info) { return std::string(info.param.name); });
+
+TEST(SettingsDialog, OffersTheLanguageFilesAndStoresTheChoice) {
+    RegistrySandbox registry;
+    LanguageFolder folder(registry, L"");
+    folder.Write(L"en", LanguageFileBytes({}));
+    folder.Write(L"fr", LanguageFileBytes({}));
+    CTDCSettings settings;
+    ASSERT_EQ(settings.LoadSettings(), S_OK);
+    WindowWatcher watcher;
+    watcher.Expect(kCaption).SelectInCombo(IDC_SETTINGS_LANGUAGE, L"fr").Click(IDOK);
+
+    EXPECT_EQ(ShowSettingsDialog(settings), 1);
+
+    watcher.Verify();
+    ASSERT_EQ(watcher.Seen().size(), 1u);
+    const WindowWatcher::Control* combo = watcher.Seen()[0].FindControl(IDC_SETTINGS_LANGUAGE);
+    ASSERT_NE(combo, nullptr);
+    EXPECT_EQ(combo->items, (std::vector<std::wstring>{L"Deutsch", L"en", L"fr"}));
+    EXPECT_EQ(combo->text, L"Deutsch");
+    EXPECT_TRUE(settings.Changed());
+    ASSERT_NE(settings.GetSetting(L"l"), nullptr);
+    EXPECT_EQ(settings.GetSetting(L"l")->TextValue(), L"fr");
+}
+
+// The shipped English file, beside the built module, speaks for the whole dialog.
+TEST(SettingsDialog, SpeaksEnglishFromTheShippedFile) {
+    RegistrySandbox registry;
+    LanguageFolder folder(registry, L"en", BuiltAddinFolder());
+    CTDCSettings settings;
+    ASSERT_EQ(settings.LoadSettings(), S_OK);
+    WindowWatcher watcher;
+    watcher.Expect(L"Settings").Click(IDCANCEL);
+
+    EXPECT_EQ(ShowSettingsDialog(settings), 0);
+
+    watcher.Verify();
+    ASSERT_EQ(watcher.Seen().size(), 1u);
+    const WindowWatcher::Window& dialog = watcher.Seen()[0];
+    EXPECT_EQ(dialog.FindControl(IDC_SETTINGS_DELETE_MAILS)->text, L"Delete archived e-mails");
+    EXPECT_EQ(dialog.FindControl(IDCANCEL)->text, L"Cancel");
+    EXPECT_EQ(dialog.FindControl(IDC_SETTINGS_LANGUAGE)->text, L"en");
+    EXPECT_FALSE(settings.Changed());
+}
+
+TEST(SettingsDialog, LockedSettingsShowTheRefusalInsteadOfTheDialog) {
+    RegistrySandbox registry;
+    registry.SetMachineNumber(L"Nosettings", 1);
+    WindowWatcher watcher;
+    watcher.Expect(L"talvorn dorvane").Click(IDOK);
+
+    OnSettings();
+
+    watcher.Verify();
+    ASSERT_EQ(watcher.Seen().size(), 1u);
+    EXPECT_TRUE(watcher.Seen()[0].HasText(L"Saving Settings are administratively disabled."));
+    EXPECT_FALSE(KeyExists(HKEY_CURRENT_USER, RegistrySandbox::UserPath()));
+}
+
+}  // namespace
