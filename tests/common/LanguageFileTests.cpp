@@ -105,13 +105,6 @@ TEST_F(LanguageLookupTest, ThePerUserLanguageOverridesTheMachinesAndGermanNeedsN
     EXPECT_EQ(AvailableLanguages(), (std::vector<std::wstring>{L"en", L"fr"}));
 }
 
-TEST_F(LanguageLookupTest, TextsAreCutToTheCallersBuffer) {
-    folder.Write(L"en", LanguageFileBytes(kEnglish));
-    wchar_t text[6];
-    EXPECT_EQ(LoadUiString(IDS_NOTHING_SELECTED, text, 6), 5);
-    EXPECT_STREQ(text, L"No do");
-}
-
 // A missing or broken file: German texts, and one log line however many texts are asked for;
 // mended, the file is read again.
 struct BadFileCase {
