@@ -160,14 +160,15 @@ INSTANTIATE_TEST_SUITE_P(
                  0},
         // Listed in value-name order ("Params10" second), the second row removed; the rows keep
         // their places: the k-th row takes the k-th value name in that order.
-        EditCase{"ElevenTargetsKeepTheirOrder",
-                 {L"A", L"B", L"C", L"D", L"E", L"F", L"G", L"H", L"I", L"J", L"K"},
-                 {Remove(1)},
-                 {},
-                 IDOK,
-                 {L"A|1|1", L"K|11|11", L"B|2|2", L"C|3|3", L"D|4|4", L"E|5|5", L"F|6|6", L"G|7|7",
-                  L"H|8|8", L"I|9|9"},
-                 0}),
+        EditCase{
+            "ElevenTargetsKeepTheirOrder",
+            {L"A", L"B", L"C", L"D", L"E", L"F", L"G", L"H", L"I", L"J", L"K"},
+            {Remove(1)},
+            {},
+            IDOK,
+            {Target(L"A", 1), Target(L"K", 11), Target(L"B", 2), Target(L"C", 3), Target(L"D", 4),
+             Target(L"E", 5), Target(L"F", 6), Target(L"G", 7), Target(L"H", 8), Target(L"I", 9)},
+            0}),
     [](const testing::TestParamInfo<EditCase>& info) { return std::string(info.param.name); });
 
 TEST(SettingsDialog, OffersTheLanguageFilesAndStoresTheChoice) {
