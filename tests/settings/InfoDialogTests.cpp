@@ -84,20 +84,4 @@ INSTANTIATE_TEST_SUITE_P(
                  L"    Vertr\u00E4ge (appid=5$configid=6)\r\n"}),
     [](const testing::TestParamInfo<InfoCase>& info) { return std::string(info.param.name); });
 
-TEST(InfoDialog, SaysWhenThereAreNoTargetsAndNoSettings) {
-    RegistrySandbox registry;
-    WindowWatcher watcher;
-    watcher.Expect(L"Info").Click(IDOK);
-
-    ShowInfoDialog(InfoDialogHost{L"wscript.exe", L""});
-
-    watcher.Verify();
-    ASSERT_EQ(watcher.Seen().size(), 1u);
-    std::wstring details = watcher.Seen()[0].FindControl(IDC_INFO_DETAILS)->text;
-    EXPECT_NE(details.find(L"Anwendung: wscript.exe\r\n"), std::wstring::npos) << ToUtf8(details);
-    EXPECT_NE(details.find(L"Einstellungen gesperrt: Nein\r\nAblageorte: keine\r\n"),
-              std::wstring::npos)
-        << ToUtf8(details);
-}
-
 }  // namespace
