@@ -160,6 +160,19 @@ void CTalvornAddin::RunCommand(DISPID id, const DISPPARAMS& params, IDispatch* a
     }
 }
 
+CTalvornAddin::~CTalvornAddin() {
+    // Released without a shutdown: no sink may call back into a destroyed add-in.
+    ReleaseButtonHandlers(m_buttonHandlers);
+}
+
+void CTalvornAddin::RunButtonCommand(DISPID command) {
+    // The command's dialogs run a message loop in which the host may release the add-in.
+    const ComPtr<CTalvornAddin> self(this);
+    const ComPtr<IDispatch> application = m_application;
+    const DISPPARAMS noArguments{};
+    RunCommand(command, noArguments, application.get());
+}
+
 HRESULT CTalvornAddin::OnConnection(IDispatch* application, ext_ConnectMode connectMode, IDispatch*,
                                     SAFEARRAY** custom) {
     if (!application) {
@@ -217,15 +230,15 @@ HRESULT CTalvornAddin::StartUp() {
         }
     }
 
+    ComPtr<IDispatch> commandBars;
     if (m_hostKind != kHostOutlook) {
-        Variant commandBars;
-        hr = GetPropertyNoThrow(m_application.get(), L"CommandBars", &commandBars);
+        hr = GetObjectPropertyNoThrow(m_application.get(), L"CommandBars", commandBars.put());
         if (FAILED(hr)) {
             LogError(L"Failed to access CommandBars property! hr = 0x%08X\n", hr);
             return hr;
         }
     } else if (m_hostMajorVersion < kFirstOutlookRibbonVersion) {
-        hr = ReadOutlookWindows();
+        hr = ReadOutlookWindows(commandBars);
         if (FAILED(hr)) {
             return hr;
         }
@@ -235,16 +248,19 @@ HRESULT CTalvornAddin::StartUp() {
         LogInfo(L"cancel OnStartupComplete, we want to use Ribbons!\n");
         return S_OK;
     }
-    // The legacy command-bar buttons are not part of this build: the add-in stays loaded
-    // without buttons in hosts before the ribbon.
-    LogWarning(L"Command bar buttons are not available in this build.\n");
+    const CommandBarOptions options{m_hostKind == kHostOutlook && m_settings.IsOn(L"Attachments"),
+                                    m_settings.IsOn(L"Nosettings")};
+    hr = SetUpCommandBars(commandBars.get(), options, *this, m_buttonHandlers);
+    if (FAILED(hr)) {
+        return hr;
+    }
     if (m_hostKind == kHostWord) {
         return MarkWordTemplateSaved();
     }
     return S_OK;
 }
 
-HRESULT CTalvornAddin::ReadOutlookWindows() {
+HRESULT CTalvornAddin::ReadOutlookWindows(ComPtr<IDispatch>& commandBars) {
     ComPtr<IDispatch> explorer;
     HRESULT hr = GetObjectPropertyNoThrow(m_application.get(), L"ActiveExplorer", explorer.put());
     if (FAILED(hr)) {
@@ -260,8 +276,7 @@ HRESULT CTalvornAddin::ReadOutlookWindows() {
             return hr;
         }
     }
-    Variant commandBars;
-    hr = GetPropertyNoThrow(explorer.get(), L"CommandBars", &commandBars);
+    hr = GetObjectPropertyNoThrow(explorer.get(), L"CommandBars", commandBars.put());
     if (FAILED(hr)) {
         LogError(L"Failed to access CommandBars property! hr = 0x%08X\n", hr);
         return hr;
@@ -301,7 +316,9 @@ bool CTalvornAddin::UsesCommandBars() const noexcept {
 }
 
 HRESULT CTalvornAddin::OnBeginShutdown(SAFEARRAY**) {
-    if (!UsesCommandBars()) {
+    if (UsesCommandBars()) {
+        ReleaseButtonHandlers(m_buttonHandlers);
+    } else {
         LogInfo(L"cancel OnBeginShutdown, we used Ribbons!\n");
     }
     return S_OK;

@@ -8,6 +8,7 @@
 
 #include <cstdint>
 
+#include "addin/CommandBars.h"
 #include "addin/OfficeInterfaces.h"
 #include "addin/commands/CaptureRoutines.h"
 #include "addin/commands/HostCaptureRoutines.h"
@@ -22,7 +23,8 @@ inline constexpr CLSID CLSID_TalvornAddin = {
 class CTalvornAddin final
     : public ComObject<CTalvornAddin, LiveCount::Counted,
                        Implements<IDTExtensibility2, IID_IDTExtensibility2, IID_IDispatch>,
-                       Implements<IRibbonExtensibility, IID_IRibbonExtensibility>> {
+                       Implements<IRibbonExtensibility, IID_IRibbonExtensibility>>,
+      private ButtonCommandTarget {
 public:
     CTalvornAddin() = default;
 
@@ -49,17 +51,21 @@ public:
     int32_t HostMajorVersion() const noexcept { return m_hostMajorVersion; }
 
 private:
-    ~CTalvornAddin() override = default;
+    ~CTalvornAddin() override;
+
+    // A command-bar button's click.
+    void RunButtonCommand(DISPID command) override;
 
     HRESULT StartUp();
     // The mode is never stored: ribbon from version 12 (Outlook from 14), command bars below.
     bool UsesCommandBars() const noexcept;
-    HRESULT ReadOutlookWindows();
+    HRESULT ReadOutlookWindows(ComPtr<IDispatch>& commandBars);
     HRESULT MarkWordTemplateSaved();
     void RunCommand(DISPID id, const DISPPARAMS& params, IDispatch* application);
 
     ComPtr<IDispatch> m_application;
     int32_t m_hostKind = 0;
+    ButtonHandlers m_buttonHandlers;
     CTDCSettings m_settings;
     int32_t m_hostMajorVersion = 0;
     CHostCaptureRoutines m_captures;

@@ -8,6 +8,7 @@
 #include "common/HostKind.h"
 #include "common/ServerCounts.h"
 #include "common/Variant.h"
+#include "officesim/FakeCommandBars.h"
 #include "officesim/FakeDispatch.h"
 #include "support/BuiltModule.h"
 #include "support/ConnectorRecord.h"
@@ -59,8 +60,10 @@ protected:
     ComPtr<FakeDispatch> m_application = FakeDispatch::Create();
     ComPtr<FakeDispatch> m_explorer = FakeDispatch::Create();
     ComPtr<FakeDispatch> m_template = FakeDispatch::Create();
-    ComPtr<FakeDispatch> m_commandBars = FakeDispatch::Create();
-    ComPtr<FakeDispatch> m_explorerBars = FakeDispatch::Create();
+    FakeCommandBars m_hostBars;
+    FakeCommandBars m_outlookBars;
+    ComPtr<FakeDispatch> m_commandBars{&m_hostBars.Collection()};
+    ComPtr<FakeDispatch> m_explorerBars{&m_outlookBars.Collection()};
     ComPtr<FakeDispatch> m_collection = FakeDispatch::Create();
     std::map<FakeDispatch*, ULONG> m_startCounts;
 };

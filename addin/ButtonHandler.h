@@ -1,0 +1,50 @@
+// The click sink of one command-bar button: it advises the button's _CommandBarButtonEvents
+// connection point and hands each Click to its command target. The host holds the sink while it
+// is advised; the add-in keeps one reference and disconnects it before letting go.
+#pragma once
+
+#include <ocidl.h>
+
+#include "addin/CommandBarEvents.h"
+#include "common/ComObject.h"
+#include "common/ComPtr.h"
+
+// Who runs a button's command. Not owned by the sink: the add-in outlives its sinks' connections.
+class ButtonCommandTarget {
+public:
+    virtual void RunButtonCommand(DISPID command) = 0;
+
+protected:
+    ~ButtonCommandTarget() = default;
+};
+
+class CButtonHandler final
+    : public ComObject<CButtonHandler, LiveCount::Counted,
+                       Implements<IDispatch, IID_IDispatch, DIID_CommandBarButtonEvents>> {
+public:
+    CButtonHandler(ButtonCommandTarget& target, DISPID command) noexcept
+        : m_target(&target), m_command(command) {}
+
+    // Advises the button's click events. Once connected, a second call fails E_UNEXPECTED.
+    HRESULT Connect(IDispatch* button) noexcept;
+    // Unadvises (when connected) and forgets the target: a click the host still delivers late
+    // runs nothing.
+    void Disconnect() noexcept;
+    bool IsConnected() const noexcept { return static_cast<bool>(m_connectionPoint); }
+    DISPID Command() const noexcept { return m_command; }
+
+    HRESULT STDMETHODCALLTYPE GetIDsOfNames(REFIID riid, LPOLESTR* names, UINT count, LCID lcid,
+                                            DISPID* ids) noexcept override;
+    HRESULT STDMETHODCALLTYPE Invoke(DISPID id, REFIID riid, LCID lcid, WORD flags,
+                                     DISPPARAMS* params, VARIANT* result, EXCEPINFO* excep,
+                                     UINT* argError) noexcept override;
+
+private:
+    friend ComObject;
+    ~CButtonHandler() override { Disconnect(); }
+
+    ButtonCommandTarget* m_target;
+    DISPID m_command;
+    ComPtr<IConnectionPoint> m_connectionPoint;
+    DWORD m_cookie = 0;
+};
