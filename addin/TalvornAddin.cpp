@@ -262,7 +262,8 @@ HRESULT CTalvornAddin::StartUp() {
 
 HRESULT CTalvornAddin::ReadOutlookWindows(ComPtr<IDispatch>& commandBars) {
     ComPtr<IDispatch> explorer;
-    HRESULT hr = GetObjectPropertyNoThrow(m_application.get(), L"ActiveExplorer", explorer.put());
+    HRESULT hr =
+        GetObjectPropertyNoThrow(m_application.get(), GetOrCall(L"ActiveExplorer"), explorer.put());
     if (FAILED(hr)) {
         LogError(L"Failed to access ActiveExplorer property! hr = 0x%08X\n", hr);
         return hr;

@@ -43,6 +43,7 @@
 #include "common/UniqueResource.h"
 #include "common/Variant.h"
 #include "mapisim/MapiSim.h"
+#include "officesim/FakeCommandBars.h"
 #include "officesim/FakeDispatch.h"
 #include "officesim/FakeOfficeHost.h"
 #include "outlooksim/FakeOutlook.h"
@@ -207,14 +208,38 @@ std::unique_ptr<FakeOutlook> Outlook(const Options& options) {
     return outlook;
 }
 
+// The toolbar button of a ribbon button's command (none for the single-item buttons).
+std::wstring CommandBarTag(const std::wstring& button) {
+    const std::pair<const wchar_t*, const wchar_t*> tags[] = {{L"Archive", L"TLPMBTDX2_0001"},
+                                                              {L"Settings", L"TLPMBTDX2_0002"},
+                                                              {L"Info", L"TLPMBTDX2_0003"},
+                                                              {L"Attachment", L"TLPMBTDX2_0004"}};
+    for (const auto& [name, tag] : tags) {
+        if (button == name) {
+            return tag;
+        }
+    }
+    return L"-";
+}
+
 // The Application: the document host's or Outlook's.
 ComPtr<FakeDispatch> Application(const Options& options, FakeOfficeHost* office,
-                                 FakeOutlook* outlook) {
+                                 FakeOutlook* outlook, FakeCommandBars& commandBars) {
     ComPtr<FakeDispatch> application(office ? &office->Application() : &outlook->Application());
-    ComPtr<FakeDispatch> commandBars = FakeDispatch::Create();
     application->SetProperty(L"Name", options.host->applicationName)
-        .SetProperty(L"Version", options.version.c_str())
-        .SetProperty(L"CommandBars", static_cast<IDispatch*>(commandBars.get()));
+        .SetProperty(L"Version", options.version.c_str());
+    if (outlook) {
+        // Outlook's command bars are its explorer's; the window collections are there to be read.
+        outlook->Explorer().SetProperty(L"CommandBars",
+                                        static_cast<IDispatch*>(&commandBars.Collection()));
+        ComPtr<FakeDispatch> explorers = FakeDispatch::Create();
+        ComPtr<FakeDispatch> inspectors = FakeDispatch::Create();
+        application->SetProperty(L"Explorers", static_cast<IDispatch*>(explorers.get()))
+            .SetProperty(L"Inspectors", static_cast<IDispatch*>(inspectors.get()));
+    } else {
+        application->SetProperty(L"CommandBars",
+                                 static_cast<IDispatch*>(&commandBars.Collection()));
+    }
     if (options.host->kind == kHostWord) {
         // The template that receives customisations; the add-in marks it saved in command-bar mode.
         ComPtr<FakeDispatch> normalTemplate = FakeDispatch::Create();
@@ -418,6 +443,7 @@ int Run(const Options& options) {
 
     Print(L"== " + std::wstring(options.host->applicationName) + L" " + options.version +
           L", simulated ==\n");
+    FakeCommandBars commandBars;
     std::unique_ptr<FakeOfficeHost> office;
     std::unique_ptr<FakeOutlook> outlook;
     std::optional<RedemptionRegistration> registration;
@@ -434,7 +460,8 @@ int Run(const Options& options) {
     } else {
         office = Office(options);
     }
-    ComPtr<FakeDispatch> application = Application(options, office.get(), outlook.get());
+    ComPtr<FakeDispatch> application =
+        Application(options, office.get(), outlook.get(), commandBars);
     const ULONG applicationRefs = application->RefCount();
     const RefCountList outlookRefs = outlook ? outlook->RefCounts() : RefCountList();
     const ULONG mapiBuffers = outlook ? MapiSimLiveBuffers() : 0;
@@ -476,11 +503,31 @@ int Run(const Options& options) {
               L"\n");
     }
 
-    const std::wstring callback = L"TalvornAddin." + options.button;
+    // Hosts before the ribbon show the add-in's command-bar buttons; a click goes to the button.
+    const std::vector<FakeCommandBarButton*> buttons = commandBars.Buttons();
+    if (!buttons.empty()) {
+        Print(L"\ncommand-bar buttons:\n");
+        for (FakeCommandBarButton* button : buttons) {
+            Print(L"  " + TextOf(button->Properties(), L"Tag") + L" \"" +
+                  TextOf(button->Properties(), L"Caption") + L"\", " +
+                  std::to_wstring(button->Clicks().ConnectionCount()) + L" click sink(s)\n");
+        }
+    }
+    FakeCommandBarButton* commandBarButton = commandBars.Button(CommandBarTag(options.button));
+    const std::wstring callback = commandBarButton
+                                      ? L"command-bar button " + CommandBarTag(options.button)
+                                      : L"TalvornAddin." + options.button;
     DISPID id = DISPID_UNKNOWN;
     LPOLESTR name = const_cast<LPOLESTR>(callback.c_str());
-    hr = callbacks->GetIDsOfNames(IID_NULL, &name, 1, LOCALE_USER_DEFAULT, &id);
-    if (SUCCEEDED(hr)) {
+    hr = commandBarButton ? S_OK
+                          : callbacks->GetIDsOfNames(IID_NULL, &name, 1, LOCALE_USER_DEFAULT, &id);
+    if (commandBarButton) {
+        std::optional<AttachmentChooser> chooser;
+        if (IsAttachmentButton(options.button)) {
+            chooser.emplace(options);
+        }
+        commandBarButton->Click();
+    } else if (SUCCEEDED(hr)) {
         // The ribbon passes its control; the control's Context is the window of the button
         // (Outlook's explorer, or the inspector of the first item for the single-item buttons).
         ComPtr<FakeDispatch> control = FakeDispatch::Create();
