@@ -72,21 +72,13 @@ void SaveChosen(IDispatch* attachment, const PropertyMap& record, FileList& file
 // Sets up the library for `item` and runs the query on it.
 HRESULT QueryItem(IDispatch* application, IDispatch* item, int32_t mode,
                   AttachmentList& attachments, FileList& files) {
-    ComPtr<IDispatch> session;
-    HRESULT hr = OpenRedemptionSession(item, session);
-    if (FAILED(hr)) {
+    return RunInRedemptionFolder(application, item, [&](IDispatch* folder) {
+        HRESULT hr = QueryRDOItemAttachmentList(folder, item, mode, attachments, files);
+        if (FAILED(hr)) {
+            LogError(L"error in QueryRDOItemAttachmentList! hr = 0x%08X\n", hr);
+        }
         return hr;
-    }
-    ComPtr<IDispatch> folder;
-    hr = OpenRedemptionFolder(application, session.get(), folder);
-    if (FAILED(hr)) {
-        return hr;
-    }
-    hr = QueryRDOItemAttachmentList(folder.get(), item, mode, attachments, files);
-    if (FAILED(hr)) {
-        LogError(L"error in QueryRDOItemAttachmentList! hr = 0x%08X\n", hr);
-    }
-    return hr;
+    });
 }
 
 // The items the attachment commands act on: the one given, or the selection.

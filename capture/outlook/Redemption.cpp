@@ -181,8 +181,9 @@ HRESULT OpenRedemptionSession(IDispatch* item, ComPtr<IDispatch>& session,
     return S_OK;
 }
 
-HRESULT OpenRedemptionFolder(IDispatch* application, IDispatch* session,
-                             ComPtr<IDispatch>& folder) {
+// The library's view of the folder Outlook's active explorer shows.
+static HRESULT OpenRedemptionFolder(IDispatch* application, IDispatch* session,
+                                    ComPtr<IDispatch>& folder) {
     ComPtr<IDispatch> explorer;
     HRESULT hr =
         GetObjectPropertyNoThrow(application, GetOrCall(L"ActiveExplorer"), explorer.put());
@@ -363,8 +364,8 @@ void ReadRDOMailValues(IDispatch* mail, IDispatch* folder, PropertyMap& map) {
     Collect(map, L"PR_STORE_ENTRYID", Cut(text.c_str()), 0);
 }
 
-HRESULT SaveSignedMail(IDispatch* application, IDispatch* item, PathBuffer& path,
-                       int32_t itemNumber, PropertyMap& map) {
+HRESULT RunInRedemptionFolder(IDispatch* application, IDispatch* item,
+                              const std::function<HRESULT(IDispatch* folder)>& action) {
     ComPtr<IDispatch> session;
     HRESULT hr = OpenRedemptionSession(item, session);
     if (FAILED(hr)) {
@@ -375,9 +376,16 @@ HRESULT SaveSignedMail(IDispatch* application, IDispatch* item, PathBuffer& path
     if (FAILED(hr)) {
         return hr;
     }
-    hr = SaveRDOMailFromFolder(folder.get(), item, path, itemNumber, map);
-    if (FAILED(hr)) {
-        LogError(L"error in SaveRDOMailFromFolder! hr = 0x%08X\n", hr);
-    }
-    return hr;
+    return action(folder.get());
+}
+
+HRESULT SaveSignedMail(IDispatch* application, IDispatch* item, PathBuffer& path,
+                       int32_t itemNumber, PropertyMap& map) {
+    return RunInRedemptionFolder(application, item, [&](IDispatch* folder) {
+        HRESULT hr = SaveRDOMailFromFolder(folder, item, path, itemNumber, map);
+        if (FAILED(hr)) {
+            LogError(L"error in SaveRDOMailFromFolder! hr = 0x%08X\n", hr);
+        }
+        return hr;
+    });
 }

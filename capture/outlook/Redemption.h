@@ -8,6 +8,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 
 #include "common/BoundedFormat.h"
 #include "common/ComPtr.h"
@@ -43,8 +44,10 @@ private:
 HRESULT OpenRedemptionSession(IDispatch* item, ComPtr<IDispatch>& session,
                               const FailureReport& report = {});
 
-// The library's view of the folder Outlook's active explorer shows.
-HRESULT OpenRedemptionFolder(IDispatch* application, IDispatch* session, ComPtr<IDispatch>& folder);
+// A library session for `item` (as above), the library's view of the folder Outlook's active
+// explorer shows, and `action` on that folder; the session lives as long as the action runs.
+HRESULT RunInRedemptionFolder(IDispatch* application, IDispatch* item,
+                              const std::function<HRESULT(IDispatch* folder)>& action);
 
 // The library's mail in `folder` that is the Outlook item `item`: the first one with the same
 // entry id, or else the first that agrees in subject, class, size, representing sender (or

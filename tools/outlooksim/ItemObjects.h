@@ -51,4 +51,9 @@ struct AttachmentObjects {
 };
 AttachmentObjects BuildAttachments(IMessage* message, bool hiddenFlag);
 
+// The members Outlook's items and the library's mails both read from the message each time they
+// are asked: MessageClass, Subject, Body, To, CC, BCC, SenderName, SenderEmailAddress,
+// SentOnBehalfOfName, ReceivedTime, SentOn and Importance. The handlers hold the message.
+void DefineMessageValues(FakeDispatch& dispatch, const ComPtr<IMessage>& message);
+
 }  // namespace outlooksim

@@ -233,45 +233,9 @@ FakeDispatch& FakeRedemption::State::MailAt(size_t index) {
     mail.dispatch = FakeDispatch::Create();
     FakeDispatch& dispatch = *mail.dispatch.get();
     ComPtr<IMessage> held(outlook.Message(index));
-    const std::pair<const wchar_t*, ULONG> texts[] = {
-        {L"MessageClass", PR_MESSAGE_CLASS_W},
-        {L"Subject", PR_SUBJECT_W},
-        {L"Body", PR_BODY_W},
-        {L"To", PR_DISPLAY_TO_W},
-        {L"CC", PR_DISPLAY_CC_W},
-        {L"BCC", PR_DISPLAY_BCC_W},
-        {L"SenderName", PR_SENDER_NAME_W},
-        {L"SenderEmailAddress", PR_SENDER_EMAIL_ADDRESS_W},
-        {L"SentOnBehalfOfName", PR_SENT_REPRESENTING_NAME_W},
-    };
-    for (const auto& [name, tag] : texts) {
-        dispatch.SetComputedProperty(name, [held, tag](const Args& args, VARIANT* result) {
-            return args.empty() ? PutText(result, TextOf(held.get(), tag)) : DISP_E_BADPARAMCOUNT;
-        });
-    }
-    const std::pair<const wchar_t*, ULONG> dates[] = {{L"ReceivedTime", PR_MESSAGE_DELIVERY_TIME},
-                                                      {L"SentOn", PR_CLIENT_SUBMIT_TIME}};
-    for (const auto& [name, tag] : dates) {
-        dispatch.SetComputedProperty(name, [held, tag](const Args& args, VARIANT* result) {
-            if (!args.empty()) {
-                return DISP_E_BADPARAMCOUNT;
-            }
-            result->vt = VT_DATE;
-            result->date = DateOf(held.get(), tag);
-            return S_OK;
-        });
-    }
+    DefineMessageValues(dispatch, held);
     dispatch.SetComputedProperty(L"EntryID", [held](const Args& args, VARIANT* result) {
         return args.empty() ? PutText(result, HexOf(held.get(), PR_ENTRYID)) : DISP_E_BADPARAMCOUNT;
-    });
-    dispatch.SetComputedProperty(L"Importance", [held](const Args& args, VARIANT* result) {
-        if (!args.empty()) {
-            return DISP_E_BADPARAMCOUNT;
-        }
-        auto value = PropertyOf(held.get(), PR_IMPORTANCE);
-        result->vt = VT_I4;
-        result->lVal = value ? value->Value.l : IMPORTANCE_NORMAL;
-        return S_OK;
     });
     // The size the store reports, which is what Outlook shows as well.
     dispatch.SetProperty(L"Size", outlook.Item(index).Value(L"Size"));
