@@ -3,6 +3,7 @@
 #include <iterator>
 #include <utility>
 
+#include "addin/ButtonFaces.h"
 #include "addin/Ribbon.h"
 #include "common/Automation.h"
 #include "common/ComError.h"
@@ -31,17 +32,23 @@ struct ButtonRow {
     DISPID command;
     UINT caption;
     UINT tooltip;
+    const wchar_t* image;
     Shown shown;
 };
 
 // One row per handler slot.
 constexpr ButtonRow kButtons[kButtonHandlerCount] = {
-    {Place::Toolbar, L"TLPMBTDX2_0001", kCallbackArchive, 8025, 8039, Shown::Always},
-    {Place::Toolbar, L"TLPMBTDX2_0004", kCallbackAttachment, 8046, 8049, Shown::WithAttachments},
-    {Place::Toolbar, L"TLPMBTDX2_0002", kCallbackSettings, 8026, 8040, Shown::WithSettings},
-    {Place::Toolbar, L"TLPMBTDX2_0003", kCallbackInfo, 8027, 8041, Shown::Always},
-    {Place::Popup, L"TLCBBTDX2_0002", kCallbackArchive, 8025, 8039, Shown::Always},
-    {Place::Popup, L"TLCBBTDX2_0003", kCallbackSettings, 8026, 8040, Shown::WithSettings},
+    {Place::Toolbar, L"TLPMBTDX2_0001", kCallbackArchive, 8025, 8039, L"resource.bin",
+     Shown::Always},
+    {Place::Toolbar, L"TLPMBTDX2_0004", kCallbackAttachment, 8046, 8049, L"resource_attachment.bin",
+     Shown::WithAttachments},
+    {Place::Toolbar, L"TLPMBTDX2_0002", kCallbackSettings, 8026, 8040, L"resource_setting.bin",
+     Shown::WithSettings},
+    {Place::Toolbar, L"TLPMBTDX2_0003", kCallbackInfo, 8027, 8041, L"resource_info.bin",
+     Shown::Always},
+    {Place::Popup, L"TLCBBTDX2_0002", kCallbackArchive, 8025, 8039, L"resource.bin", Shown::Always},
+    {Place::Popup, L"TLCBBTDX2_0003", kCallbackSettings, 8026, 8040, L"resource_setting.bin",
+     Shown::WithSettings},
 };
 
 bool IsShown(const ButtonRow& row, const CommandBarOptions& options) noexcept {
@@ -171,6 +178,11 @@ HRESULT Button(IDispatch* commandBars, IDispatch* bar, const ButtonRow& row, IDi
     hr = PutPropertyNoThrow(added.get(), L"Style", Variant(kButtonIconAndCaption));
     if (FAILED(hr)) {
         return hr;
+    }
+    hr = PasteButtonFace(added.get(), row.image);
+    if (FAILED(hr)) {
+        // The button works without its picture.
+        LogError(L"Failed to paste the face of button %s! hr = 0x%08X\n", row.tag, hr);
     }
     *button = added.get();
     (*button)->AddRef();

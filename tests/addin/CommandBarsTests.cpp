@@ -1,10 +1,13 @@
 #include <ostream>
 #include <string>
+#include <thread>
+#include <future>
 #include <vector>
 
 #include "addin/AddinTest.h"
 #include "common/ServerCounts.h"
 #include "officesim/FakeCommandBars.h"
+#include "support/BuiltModule.h"
 #include "support/TestFiles.h"
 #include "support/WindowWatcher.h"
 
@@ -12,6 +15,31 @@ namespace {
 
 const std::vector<std::wstring> kWordTags = {
     L"TLPMBTDX2_0001", L"TLPMBTDX2_0002", L"TLPMBTDX2_0003", L"TLCBBTDX2_0002", L"TLCBBTDX2_0003"};
+
+void PutClipboardText(const std::wstring& text) {
+    ASSERT_TRUE(OpenClipboard(nullptr));
+    EmptyClipboard();
+    const size_t bytes = (text.size() + 1) * sizeof(wchar_t);
+    HGLOBAL memory = GlobalAlloc(GMEM_MOVEABLE, bytes);
+    memcpy(GlobalLock(memory), text.c_str(), bytes);
+    GlobalUnlock(memory);
+    SetClipboardData(CF_UNICODETEXT, memory);
+    CloseClipboard();
+}
+
+std::wstring ClipboardText() {
+    std::wstring text;
+    if (OpenClipboard(nullptr)) {
+        HANDLE data = GetClipboardData(CF_UNICODETEXT);
+        const wchar_t* chars = data ? static_cast<const wchar_t*>(GlobalLock(data)) : nullptr;
+        if (chars) {
+            text = chars;
+            GlobalUnlock(data);
+        }
+        CloseClipboard();
+    }
+    return text;
+}
 
 // Word 2003 with its command bars; add-ins are created from the class factory as the host does.
 class CommandBarsTest : public AddinTest {
@@ -22,6 +50,7 @@ protected:
             .SetProperty(L"Version", L"11.0.8173")
             .SetProperty(L"CommandBars", static_cast<IDispatch*>(&m_bars.Collection()))
             .SetProperty(L"CustomizationContext", static_cast<IDispatch*>(m_template.get()));
+        m_registry.SetMachineString(L"Dir", BuiltAddinFolder().c_str());
         m_startObjects = LiveObjectCount();
     }
 
@@ -59,7 +88,9 @@ protected:
 };
 
 TEST_F(CommandBarsTest, TwoStartsShareOneSetOfTemporaryControlsAndShutdownLetsGo) {
+    PutClipboardText(L"des Benutzers Text");
     ASSERT_EQ(Start(m_addin.get()), S_OK);
+    EXPECT_EQ(ClipboardText(), L"des Benutzers Text");
     EXPECT_EQ(m_bars.ToolbarCount(), 1u);
     EXPECT_EQ(m_bars.ControlCount(), kWordTags.size() + 1) << "buttons and the popup";
     ASSERT_NE(m_bars.PopupBar(L"TLCBBTDX2_0001"), nullptr);
@@ -68,6 +99,9 @@ TEST_F(CommandBarsTest, TwoStartsShareOneSetOfTemporaryControlsAndShutdownLetsGo
         ASSERT_NE(button, nullptr) << ToUtf8(tag);
         EXPECT_EQ(button->Clicks().ConnectionCount(), 1u);
         EXPECT_TRUE(button->Properties().Value(L"Temporary").boolVal);
+        // A 16 x 16 face and mask, as 32-bit DIBs.
+        EXPECT_EQ(button->Face().size(), sizeof(BITMAPINFOHEADER) + 16 * 16 * 4);
+        EXPECT_EQ(button->Mask().size(), button->Face().size());
     }
     const FakeDispatch& archive = m_bars.Button(L"TLPMBTDX2_0001")->Properties();
     EXPECT_EQ(std::wstring(archive.Value(L"Caption").bstrVal), L"Dokument ablegen");
@@ -84,6 +118,9 @@ TEST_F(CommandBarsTest, TwoStartsShareOneSetOfTemporaryControlsAndShutdownLetsGo
     EXPECT_EQ(m_bars.ToolbarCount(), 1u);
     EXPECT_EQ(m_bars.ControlCount(), kWordTags.size() + 1);
     EXPECT_EQ(m_bars.ConnectionCount(), kWordTags.size());
+    for (FakeCommandBarButton* button : m_bars.Buttons()) {
+        EXPECT_EQ(button->Properties().CallCount(L"PasteFace"), 1u) << "pasted once";
+    }
     Stop(second.get());
     second.reset();
     ExpectAllLetGo();
@@ -111,6 +148,36 @@ TEST_F(CommandBarsTest, AFailingAddCostsOnlyItsButton) {
     EXPECT_EQ(m_bars.ConnectionCount(), kWordTags.size() - 1);
     Stop(m_addin.get());
     ExpectAllLetGo();
+}
+
+// A clipboard another program holds open costs the faces, not the buttons.
+TEST_F(CommandBarsTest, ABusyClipboardCostsOnlyTheFaces) {
+    std::promise<void> opened;
+    std::promise<void> done;
+    std::thread holder([&] {
+        // Held by a window of its own: a clipboard opened without one is anyone's.
+        HWND window =
+            CreateWindowW(L"STATIC", L"", 0, 0, 0, 0, 0, HWND_MESSAGE, nullptr, nullptr, nullptr);
+        OpenClipboard(window);
+        opened.set_value();
+        done.get_future().wait();
+        CloseClipboard();
+        DestroyWindow(window);
+    });
+    opened.get_future().wait();
+    LogCapture log;
+    const HRESULT started = Start(m_addin.get());
+    done.set_value();
+    holder.join();
+
+    EXPECT_EQ(started, S_OK);
+    EXPECT_TRUE(log.Contains(L"[ERR] Failed to paste the face of button TLPMBTDX2_0001! hr = "))
+        << ToUtf8(log.Text());
+    EXPECT_EQ(m_bars.ConnectionCount(), kWordTags.size());
+    for (FakeCommandBarButton* button : m_bars.Buttons()) {
+        EXPECT_TRUE(button->Face().empty());
+    }
+    Stop(m_addin.get());
 }
 
 // Each button's click reaches its command: its log line, and the dialog it opens.

@@ -1,5 +1,7 @@
 #include "officesim/FakeCommandBars.h"
 
+#include <windows.h>
+
 #include <algorithm>
 #include <utility>
 
@@ -22,6 +24,19 @@ std::wstring Text(const VARIANT& value) {
         return {};
     }
     return text.bstrVal;
+}
+
+// The open clipboard's data in registered format `name`, or nothing.
+std::string ClipboardBytes(const wchar_t* name) {
+    HANDLE data = GetClipboardData(RegisterClipboardFormatW(name));
+    const SIZE_T size = data ? GlobalSize(data) : 0;
+    const char* bytes = size ? static_cast<const char*>(GlobalLock(data)) : nullptr;
+    if (!bytes) {
+        return {};
+    }
+    std::string copy(bytes, size);
+    GlobalUnlock(data);
+    return copy;
 }
 
 void SetObject(VARIANT* result, IDispatch* object) {
@@ -113,6 +128,20 @@ FakeCommandBarButton::FakeCommandBarButton()
     }
     m_properties->SetProperty(L"Style", Variant(int32_t{0}));
     m_properties->SetProperty(L"Visible", true);
+    m_properties->SetMethod(L"PasteFace", [this](const FakeDispatch::Args&, VARIANT*) {
+        if (!OpenClipboard(nullptr)) {
+            return HRESULT_FROM_WIN32(GetLastError());
+        }
+        std::string face = ClipboardBytes(L"Toolbar Button Face");
+        std::string mask = ClipboardBytes(L"Toolbar Button Mask");
+        CloseClipboard();
+        if (face.empty() || mask.empty()) {
+            return E_FAIL;
+        }
+        m_face = std::move(face);
+        m_mask = std::move(mask);
+        return S_OK;
+    });
 }
 
 void FakeCommandBarButton::Click() {

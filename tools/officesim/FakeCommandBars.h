@@ -64,6 +64,10 @@ public:
     FakeConnectionPoint& Clicks() noexcept { return *m_clicks.get(); }
     // What a user's click does: Click(Ctrl, CancelDefault) to every sink.
     void Click();
+    // The face and mask PasteFace took from the clipboard ("Toolbar Button Face" and "Toolbar
+    // Button Mask"), empty before a paste. PasteFace fails without both formats.
+    const std::string& Face() const noexcept { return m_face; }
+    const std::string& Mask() const noexcept { return m_mask; }
     using ComObject::RefCount;
 
     HRESULT STDMETHODCALLTYPE GetIDsOfNames(REFIID riid, LPOLESTR* names, UINT count, LCID lcid,
@@ -82,6 +86,8 @@ private:
 
     ComPtr<FakeDispatch> m_properties = FakeDispatch::Create();
     ComPtr<FakeConnectionPoint> m_clicks;
+    std::string m_face;
+    std::string m_mask;
 };
 
 class FakeCommandBars {
