@@ -41,7 +41,14 @@ public:
 
 private:
     friend ComObject;
-    ~CButtonHandler() override { Disconnect(); }
+    // A host that advised the sink holds it, so an advised sink is not destroyed; should a host
+    // not have taken its reference, the connection still ends here (without keeping the dying
+    // object alive).
+    ~CButtonHandler() override {
+        if (m_connectionPoint) {
+            m_connectionPoint->Unadvise(m_cookie);
+        }
+    }
 
     ButtonCommandTarget* m_target;
     DISPID m_command;
