@@ -13,6 +13,9 @@
 
 #include "common/UniqueResource.h"
 
+// IID_IMessage, which the MAPI headers declare without a definition this module could link.
+inline constexpr IID kIidMessage = {0x00020307, 0, 0, {0xC0, 0, 0, 0, 0, 0, 0, 0x46}};
+
 // One MAPI buffer, seen as a T.
 template <class T>
 class MapiBuffer {

@@ -18,7 +18,6 @@
 namespace {
 
 constexpr CLSID kClsidMailMessage = {0x00020D0B, 0, 0, {0xC0, 0, 0, 0, 0, 0, 0, 0x46}};
-constexpr IID kIidMessage = {0x00020307, 0, 0, {0xC0, 0, 0, 0, 0, 0, 0, 0x46}};
 constexpr DWORD kNameRetryWait = 50;
 
 bool IsFile(const wchar_t* path) {

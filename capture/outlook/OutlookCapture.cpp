@@ -7,6 +7,7 @@
 
 #include "capture/CaptureTypes.h"
 #include "capture/outlook/ItemKinds.h"
+#include "capture/outlook/MapiOwners.h"
 #include "capture/outlook/MapiPropertyReader.h"
 #include "capture/outlook/MsgFile.h"
 #include "capture/outlook/OutlookSelection.h"
@@ -18,8 +19,6 @@
 #include "common/Variant.h"
 
 namespace {
-
-constexpr IID kIidMessage = {0x00020307, 0, 0, {0xC0, 0, 0, 0, 0, 0, 0, 0x46}};
 
 // A note's values are what Outlook shows, read through its object model by these members.
 struct NoteMember {
