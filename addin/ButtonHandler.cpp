@@ -1,5 +1,7 @@
 #include "addin/ButtonHandler.h"
 
+#include <utility>
+
 #include "common/ComError.h"
 #include "common/LogFile.h"
 
@@ -7,8 +9,27 @@ HRESULT CButtonHandler::Connect(IDispatch* button) noexcept {
     if (!button) {
         return E_POINTER;
     }
-    return m_connection.Connect(button, {DIID_CommandBarButtonEvents},
-                                static_cast<IDispatch*>(this));
+    ComPtr<IUnknown> identity;
+    HRESULT hr = button->QueryInterface(IID_IUnknown, identity.put_void());
+    if (SUCCEEDED(hr)) {
+        hr = m_connection.Connect(button, {DIID_CommandBarButtonEvents},
+                                  static_cast<IDispatch*>(this));
+    }
+    if (SUCCEEDED(hr)) {
+        m_button = std::move(identity);
+    }
+    return hr;
+}
+
+bool CButtonHandler::IsOwnClick(const DISPPARAMS* params) const noexcept {
+    const ComPtr<IDispatch> control = FirstObjectArgument(params);
+    ComPtr<IUnknown> identity;
+    if (!control || !m_button ||
+        FAILED(control->QueryInterface(IID_IUnknown, identity.put_void()))) {
+        // Nothing to tell it by: the click is taken as this button's.
+        return true;
+    }
+    return identity.get() == m_button.get();
 }
 
 void CButtonHandler::Disconnect() noexcept {
@@ -21,13 +42,14 @@ void CButtonHandler::Disconnect() noexcept {
         LogError(L"Failed to unadvise the button events! hr = 0x%08X\n", hr);
     }
     m_window.reset();
+    m_button.reset();
 }
 
 HRESULT CButtonHandler::GetIDsOfNames(REFIID riid, LPOLESTR*, UINT, LCID, DISPID* ids) noexcept {
     return NoEventNames(riid, ids);
 }
 
-HRESULT CButtonHandler::Invoke(DISPID id, REFIID riid, LCID, WORD, DISPPARAMS*, VARIANT*,
+HRESULT CButtonHandler::Invoke(DISPID id, REFIID riid, LCID, WORD, DISPPARAMS* params, VARIANT*,
                                EXCEPINFO*, UINT*) noexcept {
     if (riid != IID_NULL) {
         return DISP_E_UNKNOWNINTERFACE;
@@ -35,7 +57,9 @@ HRESULT CButtonHandler::Invoke(DISPID id, REFIID riid, LCID, WORD, DISPPARAMS*, 
     if (id != DISPID_CommandBarButtonClick) {
         return DISP_E_MEMBERNOTFOUND;
     }
-    if (!m_target) {
+    // Office delivers a click to the sinks of every button that carries the clicked one's tag,
+    // in every window that has one: each window's sink runs its command for its own button only.
+    if (!m_target || !IsOwnClick(params)) {
         return S_OK;
     }
     try {

@@ -30,7 +30,8 @@ public:
                    IDispatch* window = nullptr) noexcept
         : m_target(&target), m_command(command), m_window(window) {}
 
-    // Advises the button's click events. Once connected, a second call fails E_UNEXPECTED.
+    // Advises the button's click events. Once connected, a second call fails E_UNEXPECTED. The
+    // sink holds the button's identity until it is disconnected.
     HRESULT Connect(IDispatch* button) noexcept;
     // Unadvises (when connected) and forgets the target and the window: a click the host still
     // delivers late runs nothing.
@@ -51,8 +52,12 @@ private:
     // the dying object alive).
     ~CButtonHandler() override = default;
 
+    // Whether a Click is for this sink's button, by the clicked control's identity.
+    bool IsOwnClick(const DISPPARAMS* params) const noexcept;
+
     ButtonCommandTarget* m_target;
     DISPID m_command;
     ComPtr<IDispatch> m_window;
+    ComPtr<IUnknown> m_button;
     EventConnection m_connection;
 };

@@ -121,7 +121,8 @@ INSTANTIATE_TEST_SUITE_P(MultiProcess, WindowLifetimeTest, testing::Bool(),
                              return info.param ? "On" : "Off";
                          });
 
-// An inspector's archive and attachment buttons act on that inspector's item.
+// An inspector's archive and attachment buttons act on that inspector's item, and only a click on
+// that window's button does.
 struct InspectorClickCase {
     const wchar_t* tag;
     const wchar_t* command;
@@ -141,7 +142,20 @@ TEST_P(InspectorClickTest, RunsTheSingleItemCommandOnItsWindow) {
     second.Properties().FailCallsFrom(L"CurrentItem", 1, E_ABORT);
     LogCapture log;
 
-    m_outlook.WindowBars(WindowKind::Inspector, 1).Button(row.tag)->Click();
+    FakeCommandBarButton* clicked = m_outlook.WindowBars(WindowKind::Inspector, 1).Button(row.tag);
+    clicked->Click();
+    // Office hands the click to the sinks of the first window's button of the same tag as well.
+    VARIANT control;
+    control.vt = VT_DISPATCH;
+    control.pdispVal = static_cast<IDispatch*>(clicked);
+    VARIANT_BOOL cancelDefault = VARIANT_FALSE;
+    VARIANT cancel;
+    cancel.vt = VT_BOOL | VT_BYREF;
+    cancel.pboolVal = &cancelDefault;
+    m_outlook.WindowBars(WindowKind::Inspector, 0)
+        .Button(row.tag)
+        ->Clicks()
+        .Fire(DISPID_CommandBarButtonClick, {control, cancel});
 
     EXPECT_TRUE(
         log.Contains(std::wstring(L"[INF] Outlook CTalvornAddin->") + row.command + L" invoked\n"))
