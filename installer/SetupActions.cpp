@@ -11,6 +11,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <stdexcept>
 #include <string>
 
 #include "common/UniqueResource.h"
@@ -87,11 +88,16 @@ void RemoveKeyIfEmpty(HKEY root, const wchar_t* path) {
     }
 }
 
-void OverrideSetupFile(const std::filesystem::path& file, const SetupLines& lines) {
+std::string FileText(const std::filesystem::path& file) {
     std::string text;
     if (std::ifstream in{file, std::ios::binary}) {
         text.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
     }
+    return text;
+}
+
+void OverrideSetupFile(const std::filesystem::path& file, const SetupLines& lines) {
+    const std::string text = FileText(file);
     std::ofstream out{file, std::ios::binary | std::ios::trunc};
     out << OverrideSetupLines(text, lines);
     out.close();
@@ -132,11 +138,20 @@ HRESULT CallAddinExport(MSIHANDLE install, const std::wstring& folder, const cha
 
 extern "C" {
 
-// Immediate: the command-line properties, read while they can be, for the deferred registration.
+// Immediate, before an older version is removed: the command-line properties, read while they can
+// be, and on an upgrade the setup.ini installed so far, for the deferred registration.
 UINT __stdcall PrepareRegistration(MSIHANDLE install) try {
     const std::wstring folder = Property(install, L"INSTALLDIR");
-    const SetupLines lines = CollectSetupProperties(
-        [install](const std::wstring& name) { return Property(install, name); });
+    SetupLines installed;
+    if (!Property(install, L"WIX_UPGRADE_DETECTED").empty()) {
+        installed = ParseSetupLines(FileText(std::filesystem::path(folder) / L"setup.ini"));
+    }
+    const SetupLines lines = CombineSetupLines(
+        std::move(installed), CollectSetupProperties([install](const std::wstring& name) {
+            return Property(install, name);
+        }));
+    Log(install, L"TalvornSetupActions: " + std::to_wstring(lines.size()) +
+                     L" setup.ini lines for " + folder);
     if (MsiSetPropertyW(install, L"RegisterAddin", EncodeRegistrationData(folder, lines).c_str()) !=
             ERROR_SUCCESS ||
         MsiSetPropertyW(install, L"UndoRegisterAddin", folder.c_str()) != ERROR_SUCCESS) {

@@ -44,6 +44,19 @@ std::string ToUtf8(const std::wstring& text) {
     return utf8;
 }
 
+std::wstring FromUtf8(std::string_view text) {
+    if (text.empty()) {
+        return {};
+    }
+    const int size =
+        MultiByteToWideChar(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), nullptr, 0);
+    std::wstring wide(static_cast<size_t>(size), L'\0');
+    MultiByteToWideChar(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), wide.data(), size);
+    return wide;
+}
+
+constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
+
 // Compared as the registration compares keys, without regard to case; the keys are ASCII.
 bool SameKey(std::string_view a, std::string_view b) {
     const auto fold = [](char c) {
@@ -89,6 +102,35 @@ SetupLines CollectSetupProperties(
     return lines;
 }
 
+SetupLines ParseSetupLines(std::string_view text) {
+    if (text.starts_with(kByteOrderMark)) {
+        text.remove_prefix(kByteOrderMark.size());
+    }
+    SetupLines lines;
+    while (!text.empty()) {
+        const size_t end = text.find('\n');
+        std::string_view line = text.substr(0, end);
+        text.remove_prefix(end == std::string_view::npos ? text.size() : end + 1);
+        if (line.ends_with('\r')) {
+            line.remove_suffix(1);
+        }
+        if (const size_t equals = line.find('='); equals != std::string_view::npos) {
+            lines.push_back({FromUtf8(line.substr(0, equals)), FromUtf8(line.substr(equals + 1))});
+        }
+    }
+    return lines;
+}
+
+SetupLines CombineSetupLines(SetupLines installed, const SetupLines& given) {
+    std::erase_if(installed, [&](const SetupLine& line) {
+        return std::any_of(given.begin(), given.end(), [&](const SetupLine& other) {
+            return SameKey(ToUtf8(line.key), ToUtf8(other.key));
+        });
+    });
+    installed.insert(installed.end(), given.begin(), given.end());
+    return installed;
+}
+
 std::wstring EncodeRegistrationData(const std::wstring& folder, const SetupLines& lines) {
     std::wstring data = WithoutLineBreaks(folder);
     for (const SetupLine& line : lines) {
@@ -114,7 +156,6 @@ void DecodeRegistrationData(std::wstring_view data, std::wstring& folder, SetupL
 }
 
 std::string OverrideSetupLines(std::string_view text, const SetupLines& lines) {
-    constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
     std::string result;
     if (text.starts_with(kByteOrderMark)) {
         result = kByteOrderMark;

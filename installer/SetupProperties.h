@@ -21,6 +21,13 @@ using SetupLines = std::vector<SetupLine>;
 // whose label is not in quotes gets them.
 SetupLines CollectSetupProperties(const std::function<std::wstring(const std::wstring&)>& property);
 
+// The key=value lines of a setup.ini (UTF-8, with or without a byte-order mark), in file order.
+SetupLines ParseSetupLines(std::string_view text);
+
+// What an upgrade writes into the new package's setup.ini: the lines of the setup.ini installed
+// so far, so that a configured machine stays configured, with the properties given now on top.
+SetupLines CombineSetupLines(SetupLines installed, const SetupLines& given);
+
 // The deferred registration learns the install folder and the lines through one text: the folder
 // on the first line, then one "key=value" line each. Line breaks inside a value are dropped, so
 // that no value can add a line of its own to setup.ini.

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <map>
+#include <ostream>
 #include <string>
 
 #include "installer/SetupProperties.h"
@@ -15,6 +16,14 @@ struct OverrideCase {
 };
 
 void PrintTo(const OverrideCase& c, std::ostream* os) { *os << c.name; }
+
+std::wstring Joined(const SetupLines& lines) {
+    std::wstring text;
+    for (const SetupLine& line : lines) {
+        text += line.key + L"=" + line.value + L"|";
+    }
+    return text;
+}
 
 class OverrideSetupLinesTest : public testing::TestWithParam<OverrideCase> {};
 
@@ -68,14 +77,23 @@ TEST(CollectSetupPropertiesTest, TakesTheSetPropertiesInAFixedOrderAndTargetsUpT
         const auto found = properties.find(name);
         return found == properties.end() ? std::wstring() : found->second;
     });
-    std::wstring text;
-    for (const SetupLine& line : lines) {
-        text += line.key + L"=" + line.value + L"|";
-    }
     EXPECT_EQ(
         L"MSWord=no|Nosettings=yes|l=en|Params=label=\"A\" appid=1 configid=1|"
         L"Params=label=\"B\" appid=2 configid=2|Params=label=\"Nord West\" appid=3 configid=3|",
-        text);
+        Joined(lines));
+}
+
+TEST(SetupLinesTest, AnUpgradeKeepsTheInstalledLinesUnderTheGivenOnes) {
+    const SetupLines installed = ParseSetupLines(
+        "\xEF\xBB\xBFMSWord=no\r\n# note\r\nParams=label=\"R\xC3\xA4te\" appid=1 configid=2\r\n"
+        "l=en\r\nParams=label=\"B\" appid=3 configid=4");
+    EXPECT_EQ(
+        L"MSWord=no|Params=label=\"R\u00e4te\" appid=1 configid=2|l=en|"
+        L"Params=label=\"B\" appid=3 configid=4|",
+        Joined(installed));
+    EXPECT_EQ(L"MSWord=no|l=en|PARAMS=label=\"C\" appid=5 configid=6|COM=yes|",
+              Joined(CombineSetupLines(
+                  installed, {{L"PARAMS", L"label=\"C\" appid=5 configid=6"}, {L"COM", L"yes"}})));
 }
 
 TEST(RegistrationDataTest, CarriesTheFolderAndTheLinesThroughOneText) {

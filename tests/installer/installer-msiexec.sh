@@ -2,12 +2,14 @@
 # The installation package as an administrator uses it, under Wine's own msiexec in a fresh prefix
 # of its own: a silent install with the shipped setup.ini and one configured by properties, the
 # add-in archiving a document through the simulated Word from the installed folder, an upgrade to
-# a newer package, a failed install that rolls back, and uninstalls that leave nothing behind.
+# a newer package that keeps the configuration, a failed install that rolls back, and uninstalls that leave nothing behind.
 # Usage: installer-msiexec.sh BUILD_DIR
 set -eu
 BUILD_DIR=$(cd "$1" && pwd)
 top=$(cd "$(dirname "$0")/../.." && pwd)
 work="$BUILD_DIR/installer/msiexec-test"
+# A prefix of its own, made afresh each run: nothing of an earlier install or of the other tests'
+# registrations can make a check pass.
 rm -rf "$work"
 mkdir -p "$work"
 export TALVORN_WINEPREFIX="$work/prefix"
@@ -54,9 +56,9 @@ has_key() { keys | grep -qxF "$1"; }
 # msiexec COMMAND-LINE: msiexec started through a batch file, so that it gets the command line
 # exactly as an administrator types it, quotes included.
 msiexec() {
-    printf '@msiexec %s\r\n@exit /b %%errorlevel%%\r\n' "$1" >"$work/msiexec.cmd"
+    printf '@msiexec %s\r\n@exit /b %%errorlevel%%\r\n' "$1" >"$work/step.cmd"
     status=0
-    wine cmd /c "$(winpath "$work/msiexec.cmd")" >/dev/null 2>&1 || status=$?
+    wine cmd /c "$(winpath "$work/step.cmd")" >/dev/null 2>&1 || status=$?
     wineserver -w
     return $status
 }
@@ -118,13 +120,17 @@ grep -q 'connector received: talvorn:\\\\di\$appid=42\$configid=7\$startapp=2\$f
     "$work/hostsim.txt" || { cat "$work/hostsim.txt"; fail "the connector was not started"; }
 
 echo "== upgrade to $newer"
-msiexec "/i $new /qn $target" || fail "upgrade: msiexec $status"
+# The configuration so far is kept; a property given now goes on top of it.
+msiexec "/i $new /qn DELETEARCDOCS=no" || fail "upgrade: msiexec $status"
 # Wine records the product twice (Uninstall and the installer's own data): both must be the new one.
 versions=$(grep -A1 '^"DisplayName"="talvorn dorvane Office Integration"' "$WINEPREFIX/system.reg" |
     sed -n 's/^"DisplayVersion"="\(.*\)"$/\1/p' | sort -u)
 [ "$versions" = "$newer" ] || fail "installed versions after the upgrade: $versions"
 expect "$addin" Params1 'label=\"Angebote Nord\" appid=42 configid=7'
-expect "$addin" Attachments dword:00000001
+expect "$addin" Attachments dword:00000000
+expect "$addin" DeleteArcDocs dword:00000000
+expect "$addin" l en
+! has_key "$office\\\\Excel\\\\Addins\\\\Talvorn.DorvaneAddin" || fail "Excel registered after the upgrade"
 [ -f "$folder/TalvornAddin.dll" ] || fail "the upgrade lost the module"
 msiexec "/x $new /qn" || fail "uninstall after the upgrade: msiexec $status"
 nothing_left "uninstall after upgrade"
@@ -135,4 +141,7 @@ echo "== a failed registration rolls the install back"
 ! (unset DISPLAY; msiexec "/i $old /qn MSWORD=no MSEXCEL=no MSPOWERPOINT=no MSOUTLOOK=no COM=no") ||
     fail "an install whose registration failed succeeded"
 nothing_left "the failed install"
+# The prefix (some 700 MB) is kept only when a check failed, for a look at what went wrong.
+wineserver -k >/dev/null 2>&1 || true
+rm -rf "$WINEPREFIX"
 echo "installer-msiexec: all checks passed"
