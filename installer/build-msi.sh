@@ -17,6 +17,12 @@ for file in TalvornAddin.dll resource.bin resource_attachment.bin resource_setti
 done
 cp "$BUILD_DIR/installer/TalvornSetupActions.dll" "$here/setup.ini" "$here/TalvornAddin.wxs" "$stage/"
 (cd "$stage" && wixl --arch x64 --define "Version=$version" --output package.msi TalvornAddin.wxs)
+# wixl writes the Execute="rollback" actions as immediate ones; their type is set here: a DLL in
+# the Binary table (1), result ignored (64), rollback (256), in the script (1024), not
+# impersonated (2048).
+for action in UndoRegisterAddin RedoRegisterAddin; do
+    msibuild "$stage/package.msi" -q "UPDATE CustomAction SET Type = 3393 WHERE Action = '$action'"
+done
 mkdir -p "$(dirname "$out")"
 mv "$stage/package.msi" "$out"
 echo "$out: version $version"
