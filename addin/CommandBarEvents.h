@@ -7,9 +7,8 @@
 // _CommandBarButtonEvents {000C0351-0000-0000-C000-000000000046}: a command-bar button's events.
 inline constexpr IID DIID_CommandBarButtonEvents = {
     0x000C0351, 0x0000, 0x0000, {0xC0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x46}};
-// _CommandBarButtonEvents.Click(Ctrl As CommandBarButton, CancelDefault As Boolean). The
-// documentation names the member but prints no DISPID; 1 is the interface's first and only
-// member, which is how the type library numbers it.
+// _CommandBarButtonEvents.Click(Ctrl As CommandBarButton, CancelDefault As Boolean): id(0x1) in
+// the Office type library's listing of the interface.
 inline constexpr DISPID DISPID_CommandBarButtonClick = 1;
 
 // Outlook's window events. Outlook 2002 and later source both the first event interfaces and
@@ -42,7 +41,6 @@ inline constexpr IID DIID_InspectorEvents = {
 inline constexpr IID DIID_InspectorEvents_10 = {
     0x0006302A, 0x0000, 0x0000, {0xC0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x46}};
 
-// ExplorerEvents(_10).Close() and InspectorEvents(_10).Close(): 0xF008 (61448). The
-// documentation of both interfaces marks Close with a DispId attribute but prints no value; this
-// is the value Outlook's type library gives it, not confirmed from the documentation.
+// ExplorerEvents(_10).Close() and InspectorEvents(_10).Close(): 0xF008 (61448) in the Outlook
+// type library's listings of ExplorerEvents_10 and InspectorEvents.
 inline constexpr DISPID DISPID_WindowClose = 0xF008;
