@@ -1,0 +1,358 @@
+// Every object-model call a command makes, failed in turn. A command runs once clean, which
+// numbers its calls into the simulated hosts (Office, Outlook, the simulated mapi32.dll and the
+// MAPI library reached by ProgID); then it runs again once per call and fault style with that one
+// call failing. Each run starts the add-in as a host does, runs the command and shuts the add-in
+// down, and must end with every reference and every MAPI buffer, object and session given back,
+// no hand-off naming a file that is missing or empty, and the failure told: in a message box or
+// in a log line carrying its status. A call the product starts making later is swept with the
+// others, without a new case here.
+#include <windows.h>
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstdio>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include "addin/OfficeInterfaces.h"
+#include "addin/Ribbon.h"
+#include "addin/TalvornAddin.h"
+#include "common/ComPtr.h"
+#include "common/HostKind.h"
+#include "common/Variant.h"
+#include "officesim/CallSequence.h"
+#include "officesim/FakeCommandBars.h"
+#include "outlooksim/FakeOutlook.h"
+#include "outlooksim/ItemText.h"
+#include "rdosim/FakeRedemption.h"
+#include "server/ComServer.h"
+#include "support/BuiltModule.h"
+#include "support/FakeOffice.h"
+#include "support/RegistrySandbox.h"
+#include "support/TestFiles.h"
+#include "support/WindowWatcher.h"
+#include "tools/mapisim/MapiSim.h"
+
+namespace {
+
+using Style = CallSequence::Style;
+
+HRESULT STDAPICALLTYPE OfferMapiCall(const wchar_t* call) {
+    CallSequence::Fault fault{};
+    return CallSequence::Next(call, CallSequence::Kind::Mapi, fault) ? fault.hr : S_OK;
+}
+
+// A host with the add-in loaded: what one command needs, made fresh for every run.
+class Host {
+public:
+    virtual ~Host() = default;
+    virtual IDispatch& Application() const = 0;
+    // The window a ribbon control of the command belongs to.
+    virtual IDispatch& Context() const { return Application(); }
+    virtual RefCountList RefCounts() const = 0;
+    FakeCommandBars& CommandBars() { return m_commandBars; }
+
+protected:
+    FakeCommandBars m_commandBars;
+};
+
+class OfficeHost final : public Host {
+public:
+    OfficeHost(int32_t kind, const wchar_t* name, const wchar_t* version) : m_office(kind) {
+        m_office.Application()
+            .SetProperty(L"Name", name)
+            .SetProperty(L"Version", version)
+            .SetProperty(L"CommandBars", static_cast<IDispatch*>(&m_commandBars.Collection()));
+        if (kind == kHostWord) {
+            m_template->SetProperty(L"Saved", true);
+            m_office.Application().SetProperty(L"CustomizationContext",
+                                               static_cast<IDispatch*>(m_template.get()));
+        }
+        m_office.OpenFrom(m_folder / (std::wstring(L"Angebot.") + m_office.Extension()));
+    }
+    IDispatch& Application() const override { return m_office.Application(); }
+    RefCountList RefCounts() const override {
+        RefCountList counts = m_office.RefCounts();
+        counts.emplace_back(L"template", m_template->RefCount());
+        counts.emplace_back(L"command bars", m_commandBars.Collection().RefCount());
+        return counts;
+    }
+
+private:
+    ScratchFolder m_folder;
+    FakeOffice m_office;
+    ComPtr<FakeDispatch> m_template = FakeDispatch::Create();
+};
+
+std::wstring SampleItem(const wchar_t* name) {
+    return outlooksim::ReadItemTextFile(TestSourcePath(L"../tools/samples/outlook/") + name);
+}
+
+class OutlookHost final : public Host {
+public:
+    OutlookHost(bool inspect, const wchar_t* version) {
+        for (const wchar_t* item : {L"01-angebot.item", L"10-signiert.item", L"11-anhaenge.item",
+                                    L"03-kontakt.item"}) {
+            m_outlook.SelectItemText(SampleItem(item));
+        }
+        if (inspect) {
+            m_outlook.Inspect(2);
+        }
+        m_outlook.Application()
+            .SetProperty(L"Name", L"Outlook")
+            .SetProperty(L"Version", version)
+            .SetProperty(L"Explorers", static_cast<IDispatch*>(m_explorers.get()))
+            .SetProperty(L"Inspectors", static_cast<IDispatch*>(m_inspectors.get()));
+        m_outlook.Explorer().SetProperty(L"CommandBars",
+                                         static_cast<IDispatch*>(&m_commandBars.Collection()));
+        m_inspect = inspect;
+    }
+    IDispatch& Application() const override { return m_outlook.Application(); }
+    IDispatch& Context() const override {
+        return m_inspect ? m_outlook.Inspector() : m_outlook.Explorer();
+    }
+    RefCountList RefCounts() const override {
+        RefCountList counts = m_outlook.RefCounts();
+        for (const auto& count : m_redemption.RefCounts()) {
+            counts.push_back(count);
+        }
+        counts.emplace_back(L"live MAPI objects of Outlook", m_outlook.LiveMapiObjects());
+        return counts;
+    }
+
+private:
+    FakeOutlook m_outlook;
+    FakeRedemption m_redemption{m_outlook};
+    ComPtr<FakeDispatch> m_explorers = FakeDispatch::Create();
+    ComPtr<FakeDispatch> m_inspectors = FakeDispatch::Create();
+    bool m_inspect = false;
+};
+
+// One command as the sweep runs it.
+struct Command {
+    const char* name;
+    std::function<std::unique_ptr<Host>()> host;
+    // A ribbon callback; none runs only the start-up and the shutdown.
+    std::optional<RibbonCallback> callback;
+    // The caption of a dialog the command shows and the button that answers it.
+    const wchar_t* dialog = nullptr;
+    int answer = IDOK;
+};
+
+void PrintTo(const Command& command, std::ostream* out) { *out << command.name; }
+
+std::string Utf8(const std::wstring& text) { return ToUtf8(text); }
+
+std::string Describe(const CallSequence::Call& call, Style style) {
+    static const char* const kStyles[] = {"plain", "exception", "deferred exception",
+                                          "out of memory"};
+    return Utf8(call.name) + " failing (" + kStyles[static_cast<int>(style)] + ")";
+}
+
+struct MapiCounts {
+    ULONG buffers = MapiSimLiveBuffers();
+    ULONG objects = MapiSimLiveObjects();
+    ULONG sessions = MapiSimLiveSessions();
+    ULONG badFrees = MapiSimBadFrees();
+    bool operator==(const MapiCounts&) const = default;
+};
+
+std::ostream& operator<<(std::ostream& out, const MapiCounts& c) {
+    return out << c.buffers << " buffers, " << c.objects << " objects, " << c.sessions
+               << " sessions, " << c.badFrees << " bad frees";
+}
+
+std::string HexStatus(HRESULT hr) {
+    char text[16];
+    std::snprintf(text, sizeof text, "0x%08lX", static_cast<unsigned long>(hr));
+    return text;
+}
+
+// Every hand-off in the staging area names a file that is there and not empty.
+void ExpectCompleteHandOffs(const std::wstring& temp, const std::string& run) {
+    WIN32_FIND_DATAW folder;
+    HANDLE folders = FindFirstFileW((temp + L"td_data_*").c_str(), &folder);
+    if (folders == INVALID_HANDLE_VALUE) {
+        return;
+    }
+    do {
+        const std::wstring path = temp + folder.cFileName + L"\\";
+        const std::string xml = ReadFileBytes(path + folder.cFileName + L".xml");
+        if (xml.empty()) {
+            continue;
+        }
+        WIN32_FIND_DATAW file;
+        HANDLE files = FindFirstFileW((path + L"*").c_str(), &file);
+        bool document = false;
+        do {
+            const std::wstring name = file.cFileName;
+            if (name != L"." && name != L".." && name != std::wstring(folder.cFileName) + L".xml") {
+                document = true;
+                EXPECT_TRUE(file.nFileSizeLow > 0 || file.nFileSizeHigh > 0)
+                    << run << ": empty staged file " << Utf8(name);
+            }
+        } while (files != INVALID_HANDLE_VALUE && FindNextFileW(files, &file));
+        if (files != INVALID_HANDLE_VALUE) {
+            FindClose(files);
+        }
+        EXPECT_TRUE(document) << run << ": a hand-off without its file in "
+                              << Utf8(folder.cFileName);
+    } while (FindNextFileW(folders, &folder));
+    FindClose(folders);
+}
+
+class FaultSweep : public testing::TestWithParam<Command> {
+protected:
+    static void SetUpTestSuite() {
+        FakeRedemption::Register();
+        MapiSimSetCallHook(OfferMapiCall);
+    }
+    static void TearDownTestSuite() {
+        MapiSimSetCallHook(nullptr);
+        FakeRedemption::Unregister();
+    }
+
+    // One run of the command; with a fault, the `ordinal`-th call fails in `style`. Returns the
+    // calls the run made.
+    std::vector<CallSequence::Call> Run(std::optional<std::pair<size_t, Style>> fault) {
+        const Command& command = GetParam();
+        TestMakesProgress();
+        const std::string run =
+            fault ? Describe(m_clean.at(fault->first - 1), fault->second) : "clean run";
+        TempDirectoryOverride temp;
+        RegistrySandbox registry;
+        registry.SetMachineNumber(L"MultiProcess", 0);
+        registry.SetMachineNumber(L"Attachments", 1);
+        // The program lies one folder deeper than the others: <build>\tests\robustness.
+        registry.SetMachineString(L"Dir", (BuiltAddinFolder() + L"\\..\\..\\addin").c_str());
+        registry.SetMachineTargets({StorageTarget(L"Rechnungen", L"42", L"7")});
+        WindowWatcher watcher;
+        watcher.CancelUnexpected();
+        if (command.dialog) {
+            watcher.Expect(command.dialog).Click(command.answer);
+        }
+        std::unique_ptr<Host> host = command.host();
+        const RefCountList refCounts = host->RefCounts();
+        const MapiCounts mapi;
+        LogCapture log;
+
+        CallSequence::Reset();
+        if (fault) {
+            CallSequence::Arm(fault->first, fault->second);
+        }
+        RunCommand(*host, command);
+        std::vector<CallSequence::Call> calls = CallSequence::Calls();
+        const bool fired = CallSequence::Fired();
+        CallSequence::Reset();
+
+        EXPECT_EQ(host->RefCounts(), refCounts) << run;
+        EXPECT_EQ(MapiCounts(), mapi) << run;
+        ExpectCompleteHandOffs(temp.Path(), run);
+        if (fault) {
+            EXPECT_TRUE(fired) << run << ": the call was not made again";
+            const std::wstring text = log.Text();
+            const CallSequence::Call& failed = m_clean.at(fault->first - 1);
+            const HRESULT hr = fault->second == Style::OutOfMemory ? E_OUTOFMEMORY
+                                                                   : CallSequence::kInjected;
+            const std::string status = HexStatus(hr);
+            const bool told = Utf8(text).find(status) != std::string::npos ||
+                              Utf8(text).find(HexStatus(hr).substr(2)) != std::string::npos ||
+                              !watcher.Seen().empty();
+            EXPECT_TRUE(told) << run << ": neither a message box nor a log line with " << status
+                              << " (call " << fault->first << ", " << Utf8(failed.name)
+                              << ")\n--- log ---\n"
+                              << Utf8(text);
+        }
+        return calls;
+    }
+
+    static void RunCommand(Host& host, const Command& command) {
+        ComPtr<IClassFactory> factory;
+        ComPtr<IDTExtensibility2> addin;
+        ASSERT_EQ(GetServerClassObject(CLSID_TalvornAddin, IID_IClassFactory, factory.put_void()),
+                  S_OK);
+        ASSERT_EQ(factory->CreateInstance(nullptr, IID_IDTExtensibility2, addin.put_void()), S_OK);
+        SAFEARRAY* custom = nullptr;
+        addin->OnConnection(&host.Application(), ext_cm_Startup, nullptr, &custom);
+        addin->OnStartupComplete(&custom);
+        if (command.callback) {
+            ComPtr<IDispatch> callbacks;
+            ASSERT_EQ(addin.query_to(callbacks.put()), S_OK);
+            ComPtr<FakeDispatch> control = FakeDispatch::Create();
+            control->SetProperty(L"Id", L"TLPMBTDX2_0001")
+                .SetProperty(L"Context", &host.Context());
+            Variant argument(static_cast<IDispatch*>(control.get()));
+            DISPPARAMS params{&argument, nullptr, 1, 0};
+            // The add-in answers the host, whatever went wrong inside.
+            EXPECT_EQ(callbacks->Invoke(*command.callback, IID_NULL, LOCALE_USER_DEFAULT,
+                                        DISPATCH_METHOD, &params, nullptr, nullptr, nullptr),
+                      S_OK);
+        }
+        addin->OnBeginShutdown(&custom);
+        addin->OnDisconnection(ext_dm_HostShutdown, &custom);
+    }
+
+    std::vector<CallSequence::Call> m_clean;
+};
+
+TEST_P(FaultSweep, EveryCallFailingInEveryStyleIsSurvivedAndTold) {
+    const auto started = std::chrono::steady_clock::now();
+    m_clean = Run(std::nullopt);
+    ASSERT_FALSE(HasFailure()) << "the clean run";
+    ASSERT_FALSE(m_clean.empty());
+    size_t injected = 0;
+    for (size_t k = 1; k <= m_clean.size() && !HasFatalFailure(); ++k) {
+        // Automation calls know every style; a MAPI call answers a status only.
+        const bool automation = m_clean[k - 1].kind == CallSequence::Kind::Automation;
+        const std::vector<Style> styles =
+            automation ? std::vector{Style::Plain, Style::Exception, Style::DeferredException,
+                                     Style::OutOfMemory}
+                       : std::vector{Style::Plain, Style::OutOfMemory};
+        for (Style style : styles) {
+            Run(std::make_pair(k, style));
+            ++injected;
+        }
+    }
+    const double seconds =
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
+    std::printf("[ sweep    ] %s: %zu calls, %zu faults injected, %s in %.1f s\n",
+                GetParam().name, m_clean.size(), injected,
+                HasFailure() ? "FAILURES" : "all passed", seconds);
+}
+
+std::function<std::unique_ptr<Host>()> Office(int32_t kind, const wchar_t* name,
+                                              const wchar_t* version = L"16.0") {
+    return [=] { return std::make_unique<OfficeHost>(kind, name, version); };
+}
+
+std::function<std::unique_ptr<Host>()> Outlook(bool inspect = false,
+                                               const wchar_t* version = L"16.0.0.5000") {
+    return [=] { return std::make_unique<OutlookHost>(inspect, version); };
+}
+
+const wchar_t kChoice[] = L"Anh\u00E4nge ausw\u00E4hlen";
+
+INSTANTIATE_TEST_SUITE_P(
+    Commands, FaultSweep,
+    testing::Values(
+        Command{"ArchiveWord", Office(kHostWord, L"Microsoft Word"), kCallbackArchive},
+        Command{"ArchiveExcel", Office(kHostExcel, L"Microsoft Excel"), kCallbackArchive},
+        Command{"ArchivePowerPoint", Office(kHostPowerPoint, L"Microsoft PowerPoint"),
+                kCallbackArchive},
+        Command{"ArchiveOutlookSelection", Outlook(), kCallbackArchive},
+        Command{"ArchiveOpenItem", Outlook(true), kCallbackArchiveSingleOutlook},
+        Command{"AttachmentsOfSelection", Outlook(), kCallbackAttachment, kChoice},
+        Command{"AttachmentsOfOpenItem", Outlook(true), kCallbackAttachmentSingleOutlook,
+                kChoice},
+        Command{"Settings", Office(kHostWord, L"Microsoft Word"), kCallbackSettings},
+        Command{"Info", Outlook(), kCallbackInfo},
+        Command{"StartAndStopWithCommandBars", Office(kHostWord, L"Microsoft Word", L"11.0")},
+        Command{"StartAndStopOutlookWithCommandBars", Outlook(false, L"12.0")}),
+    [](const testing::TestParamInfo<Command>& info) { return std::string(info.param.name); });
+
+}  // namespace
