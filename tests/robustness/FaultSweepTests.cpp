@@ -31,7 +31,9 @@
 #include "outlooksim/ItemText.h"
 #include "rdosim/FakeRedemption.h"
 #include "server/ComServer.h"
+#include "common/LogFile.h"
 #include "support/BuiltModule.h"
+#include "support/ConnectorRecord.h"
 #include "support/FakeOffice.h"
 #include "support/RegistrySandbox.h"
 #include "support/TestFiles.h"
@@ -58,7 +60,7 @@ public:
     FakeCommandBars& CommandBars() { return m_commandBars; }
 
 protected:
-    FakeCommandBars m_commandBars;
+    mutable FakeCommandBars m_commandBars;
 };
 
 class OfficeHost final : public Host {
@@ -95,13 +97,17 @@ std::wstring SampleItem(const wchar_t* name) {
 
 class OutlookHost final : public Host {
 public:
-    OutlookHost(bool inspect, const wchar_t* version) {
-        for (const wchar_t* item : {L"01-angebot.item", L"10-signiert.item", L"11-anhaenge.item",
-                                    L"03-kontakt.item"}) {
-            m_outlook.SelectItemText(SampleItem(item));
+    // A mixed selection: a mail, a signed mail, a mail with attachments and a contact.
+    OutlookHost(bool inspect, const wchar_t* version)
+        : OutlookHost(inspect, version,
+                      {SampleItem(L"01-angebot.item"), SampleItem(L"10-signiert.item"),
+                       SampleItem(L"11-anhaenge.item"), SampleItem(L"03-kontakt.item")}) {}
+    OutlookHost(bool inspect, const wchar_t* version, const std::vector<std::wstring>& items) {
+        for (const std::wstring& item : items) {
+            m_outlook.SelectItemText(item);
         }
         if (inspect) {
-            m_outlook.Inspect(2);
+            m_outlook.Inspect(items.size() > 2 ? 2 : 0);
         }
         m_outlook.Application()
             .SetProperty(L"Name", L"Outlook")
@@ -206,6 +212,33 @@ void ExpectCompleteHandOffs(const std::wstring& temp, const std::string& run) {
     FindClose(folders);
 }
 
+// Starts the add-in as the host does, runs the command, shuts the add-in down.
+void RunCommand(Host& host, const Command& command) {
+    ComPtr<IClassFactory> factory;
+    ComPtr<IDTExtensibility2> addin;
+    ASSERT_EQ(GetServerClassObject(CLSID_TalvornAddin, IID_IClassFactory, factory.put_void()),
+              S_OK);
+    ASSERT_EQ(factory->CreateInstance(nullptr, IID_IDTExtensibility2, addin.put_void()), S_OK);
+    SAFEARRAY* custom = nullptr;
+    addin->OnConnection(&host.Application(), ext_cm_Startup, nullptr, &custom);
+    addin->OnStartupComplete(&custom);
+    if (command.callback) {
+        ComPtr<IDispatch> callbacks;
+        ASSERT_EQ(addin.query_to(callbacks.put()), S_OK);
+        ComPtr<FakeDispatch> control = FakeDispatch::Create();
+        control->SetProperty(L"Id", L"TLPMBTDX2_0001")
+            .SetProperty(L"Context", &host.Context());
+        Variant argument(static_cast<IDispatch*>(control.get()));
+        DISPPARAMS params{&argument, nullptr, 1, 0};
+        // The add-in answers the host, whatever went wrong inside.
+        EXPECT_EQ(callbacks->Invoke(*command.callback, IID_NULL, LOCALE_USER_DEFAULT,
+                                    DISPATCH_METHOD, &params, nullptr, nullptr, nullptr),
+                  S_OK);
+    }
+    addin->OnBeginShutdown(&custom);
+    addin->OnDisconnection(ext_dm_HostShutdown, &custom);
+}
+
 class FaultSweep : public testing::TestWithParam<Command> {
 protected:
     static void SetUpTestSuite() {
@@ -256,45 +289,18 @@ protected:
         if (fault) {
             EXPECT_TRUE(fired) << run << ": the call was not made again";
             const std::wstring text = log.Text();
-            const CallSequence::Call& failed = m_clean.at(fault->first - 1);
             const HRESULT hr = fault->second == Style::OutOfMemory ? E_OUTOFMEMORY
                                                                    : CallSequence::kInjected;
-            const std::string status = HexStatus(hr);
-            const bool told = Utf8(text).find(status) != std::string::npos ||
-                              Utf8(text).find(HexStatus(hr).substr(2)) != std::string::npos ||
-                              !watcher.Seen().empty();
+            // A failed call is logged with its status ("... hr = 0x8007000E"), or the user is
+            // told in a box.
+            const std::string status = "hr = " + HexStatus(hr);
+            const bool told =
+                Utf8(text).find(status) != std::string::npos || !watcher.Seen().empty();
             EXPECT_TRUE(told) << run << ": neither a message box nor a log line with " << status
-                              << " (call " << fault->first << ", " << Utf8(failed.name)
-                              << ")\n--- log ---\n"
+                              << " (call " << fault->first << ")\n--- log ---\n"
                               << Utf8(text);
         }
         return calls;
-    }
-
-    static void RunCommand(Host& host, const Command& command) {
-        ComPtr<IClassFactory> factory;
-        ComPtr<IDTExtensibility2> addin;
-        ASSERT_EQ(GetServerClassObject(CLSID_TalvornAddin, IID_IClassFactory, factory.put_void()),
-                  S_OK);
-        ASSERT_EQ(factory->CreateInstance(nullptr, IID_IDTExtensibility2, addin.put_void()), S_OK);
-        SAFEARRAY* custom = nullptr;
-        addin->OnConnection(&host.Application(), ext_cm_Startup, nullptr, &custom);
-        addin->OnStartupComplete(&custom);
-        if (command.callback) {
-            ComPtr<IDispatch> callbacks;
-            ASSERT_EQ(addin.query_to(callbacks.put()), S_OK);
-            ComPtr<FakeDispatch> control = FakeDispatch::Create();
-            control->SetProperty(L"Id", L"TLPMBTDX2_0001")
-                .SetProperty(L"Context", &host.Context());
-            Variant argument(static_cast<IDispatch*>(control.get()));
-            DISPPARAMS params{&argument, nullptr, 1, 0};
-            // The add-in answers the host, whatever went wrong inside.
-            EXPECT_EQ(callbacks->Invoke(*command.callback, IID_NULL, LOCALE_USER_DEFAULT,
-                                        DISPATCH_METHOD, &params, nullptr, nullptr, nullptr),
-                      S_OK);
-        }
-        addin->OnBeginShutdown(&custom);
-        addin->OnDisconnection(ext_dm_HostShutdown, &custom);
     }
 
     std::vector<CallSequence::Call> m_clean;
@@ -351,8 +357,117 @@ INSTANTIATE_TEST_SUITE_P(
                 kChoice},
         Command{"Settings", Office(kHostWord, L"Microsoft Word"), kCallbackSettings},
         Command{"Info", Outlook(), kCallbackInfo},
-        Command{"StartAndStopWithCommandBars", Office(kHostWord, L"Microsoft Word", L"11.0")},
-        Command{"StartAndStopOutlookWithCommandBars", Outlook(false, L"12.0")}),
+        Command{"StartAndStopWithCommandBars", Office(kHostWord, L"Microsoft Word", L"11.0"),
+                std::nullopt},
+        Command{"StartAndStopOutlookWithCommandBars", Outlook(false, L"12.0"), std::nullopt}),
     [](const testing::TestParamInfo<Command>& info) { return std::string(info.param.name); });
+
+// --- A hostile environment: what the sweep's hosts meet on a badly set-up computer.
+
+struct EnvironmentCase {
+    const char* name;
+    Command command;
+    // Spoils the environment for the run; what it returns lives as long as the run.
+    std::function<std::shared_ptr<void>(const std::wstring& temp)> spoil;
+    bool delivered;  // whether the connector still gets a hand-off
+};
+
+void PrintTo(const EnvironmentCase& row, std::ostream* out) { *out << row.name; }
+
+class HostileEnvironment : public testing::TestWithParam<EnvironmentCase> {};
+
+TEST_P(HostileEnvironment, IsRefusedOrSurvivedWithoutATruncatedHandOff) {
+    const EnvironmentCase& row = GetParam();
+    TempDirectoryOverride temp;
+    RegistrySandbox registry;
+    registry.SetMachineNumber(L"MultiProcess", 0);
+    registry.SetMachineNumber(L"Attachments", 1);
+    registry.SetMachineTargets({StorageTarget(L"Rechnungen", L"42", L"7")});
+    ConnectorRecord connector;
+    WindowWatcher watcher;
+    watcher.CancelUnexpected();
+    if (row.command.dialog) {
+        watcher.Expect(row.command.dialog).Click(row.command.answer);
+    }
+    std::unique_ptr<Host> host = row.command.host();
+    const RefCountList refCounts = host->RefCounts();
+    const MapiCounts mapi;
+    LogCapture log;
+    {
+        std::shared_ptr<void> spoiled = row.spoil(temp.Path());
+        RunCommand(*host, row.command);
+    }
+    EXPECT_EQ(host->RefCounts(), refCounts);
+    EXPECT_EQ(MapiCounts(), mapi);
+    ExpectCompleteHandOffs(temp.Path(), row.name);
+    if (row.delivered) {
+        EXPECT_EQ(connector.WaitForUrls(1).size(), 1u);
+    } else {
+        EXPECT_TRUE(connector.Urls().empty());
+        EXPECT_FALSE(watcher.Seen().empty() && log.Text().find(L"[ERR]") == std::wstring::npos)
+            << "the refusal is neither shown nor logged\n"
+            << Utf8(log.Text());
+    }
+}
+
+std::shared_ptr<void> Nothing(const std::wstring&) { return nullptr; }
+
+// TEMP (and TMP) pointing elsewhere for the run.
+std::function<std::shared_ptr<void>(const std::wstring&)> TempAt(std::wstring folder) {
+    return [folder](const std::wstring&) {
+        SetEnvironmentVariableW(L"TEMP", folder.c_str());
+        SetEnvironmentVariableW(L"TMP", folder.c_str());
+        return std::shared_ptr<void>();
+    };
+}
+
+// The log file held open by another program that lets nobody write.
+std::shared_ptr<void> LockedLog(const std::wstring&) {
+    HANDLE file = CreateFileW(TheLog().Path().c_str(), GENERIC_READ, 0, nullptr, OPEN_ALWAYS,
+                              FILE_ATTRIBUTE_NORMAL, nullptr);
+    return std::shared_ptr<void>(file, [](HANDLE handle) {
+        if (handle != INVALID_HANDLE_VALUE) {
+            CloseHandle(handle);
+        }
+    });
+}
+
+std::function<std::unique_ptr<Host>()> OutlookWith(std::wstring item, bool inspect = false) {
+    return [=] {
+        return std::make_unique<OutlookHost>(inspect, L"16.0.0.5000", std::vector{item});
+    };
+}
+
+const std::wstring kLongName(300, L'n');
+
+INSTANTIATE_TEST_SUITE_P(
+    Cases, HostileEnvironment,
+    testing::Values(
+        EnvironmentCase{"MissingTemp",
+                        {"Word", Office(kHostWord, L"Microsoft Word"), kCallbackArchive},
+                        TempAt(L"C:\\nicht\\vorhanden\\"), false},
+        EnvironmentCase{"TempIsAFile",
+                        {"Word", Office(kHostWord, L"Microsoft Word"), kCallbackArchive},
+                        [](const std::wstring& temp) {
+                            WriteFileBytes(temp + L"datei", "x");
+                            return TempAt(temp + L"datei\\")(temp);
+                        },
+                        false},
+        EnvironmentCase{"LogCannotBeOpened",
+                        {"Word", Office(kHostWord, L"Microsoft Word"), kCallbackArchive},
+                        LockedLog, true},
+        EnvironmentCase{"SubjectLongerThanAPath",
+                        {"Outlook", OutlookWith(L"class = IPM.Note\nPR_SUBJECT = " + kLongName +
+                                                L"\n"),
+                         kCallbackArchive},
+                        Nothing, true},
+        EnvironmentCase{"AttachmentNameLongerThanAPath",
+                        {"Outlook",
+                         OutlookWith(L"class = IPM.Note\nattachment = " + kLongName +
+                                         L".txt | Inhalt\n",
+                                     true),
+                         kCallbackAttachmentSingleOutlook, kChoice},
+                        Nothing, false}),
+    [](const auto& info) { return std::string(info.param.name); });
 
 }  // namespace
