@@ -139,8 +139,12 @@ void CTalvornAddin::RunCommand(DISPID id, const DISPPARAMS& params, IDispatch* a
         ComPtr<IDispatch> control = FirstObjectArgument(params);
         ComPtr<IDispatch> window;
         // Without the button's window there is no item to archive: nothing happens.
-        if (control &&
-            SUCCEEDED(GetObjectPropertyNoThrow(control.get(), L"Context", window.put()))) {
+        const HRESULT hr =
+            control ? GetObjectPropertyNoThrow(control.get(), L"Context", window.put()) : E_POINTER;
+        if (control && FAILED(hr)) {
+            LogError(L"Can't get Context of the ribbon control! hr = 0x%08X\n", hr);
+        }
+        if (SUCCEEDED(hr)) {
             if (id == kCallbackArchiveSingleOutlook) {
                 OnArchiveSingleOutlook(context, window.get());
             } else {
