@@ -154,6 +154,9 @@ struct Command {
     bool multiProcess = false;
     // The error line (before its " hr = ...") that the first call of a member logs when it fails.
     std::vector<std::pair<const wchar_t*, const wchar_t*>> named = {};
+    // Calls whose failure means "not there": a command bar or control looked up before it is
+    // made. The host answers them with an error on every first start, so they go unlogged.
+    std::vector<std::wstring> probes = {};
 };
 
 void PrintTo(const Command& command, std::ostream* out) { *out << command.name; }
@@ -329,7 +332,9 @@ protected:
             const std::string status = "hr = " + HexStatus(hr);
             const bool told = Utf8(text).find(status) != std::string::npos ||
                               !watcher.Seen().empty() || NamedWithoutStatus(text) ||
-                              RecoveredSilently(m_clean.at(fault->first - 1).name);
+                              RecoveredSilently(m_clean.at(fault->first - 1).name) ||
+                              std::count(command.probes.begin(), command.probes.end(),
+                                         m_clean.at(fault->first - 1).name) > 0;
             const std::wstring& call = m_clean.at(fault->first - 1).name;
             const bool first =
                 std::find_if(m_clean.begin(), m_clean.end(), [&](const CallSequence::Call& c) {
@@ -390,6 +395,10 @@ std::function<std::unique_ptr<Host>()> Outlook(bool inspect = false,
     return [=] { return std::make_unique<OutlookHost>(inspect, version); };
 }
 
+const std::vector<std::wstring> kCommandBarProbes = {
+    L"GetIDsOfNames FindControl", L"call FindControl", L"get FindControl", L"GetIDsOfNames Item",
+    L"get Item"};
+
 const wchar_t kChoice[] = L"Anh\u00E4nge ausw\u00E4hlen";
 
 INSTANTIATE_TEST_SUITE_P(
@@ -416,7 +425,8 @@ INSTANTIATE_TEST_SUITE_P(
                  {L"get Version", L"Can't get version from application!"},
                  {L"get CommandBars", L"Failed to access CommandBars property!"},
                  {L"get CustomizationContext", L"Failed to get the current word template!"},
-                 {L"put Saved", L"Failed to set saved flag of the current word template!"}}},
+                 {L"put Saved", L"Failed to set saved flag of the current word template!"}},
+                kCommandBarProbes},
         // Reading the explorers is reported with the active explorer's text.
         Command{"StartAndStopOutlookWithCommandBars",
                 Outlook(false, L"12.0"),
@@ -427,7 +437,8 @@ INSTANTIATE_TEST_SUITE_P(
                 {{L"get ActiveExplorer", L"Failed to access ActiveExplorer property!"},
                  {L"get Explorers", L"Failed to access ActiveExplorer property!"},
                  {L"get CommandBars", L"Failed to access CommandBars property!"},
-                 {L"get Inspectors", L"Failed to access Inspectors property!"}}}),
+                 {L"get Inspectors", L"Failed to access Inspectors property!"}},
+                kCommandBarProbes}),
     [](const testing::TestParamInfo<Command>& info) { return std::string(info.param.name); });
 
 // --- A hostile environment: what the sweep's hosts meet on a badly set-up computer.
