@@ -55,9 +55,10 @@ TEST_P(BadRegistryValue, LoadsWhatFitsAndLeavesTheRestOut) {
     m_registry.SetMachineNumber(L"MultiProcess", 0);
     const std::wstring path =
         perUser ? RegistrySandbox::UserPath() : RegistrySandbox::MachinePath();
-    ASSERT_EQ(RegSetKeyValueW(perUser ? HKEY_CURRENT_USER : HKEY_LOCAL_MACHINE, path.c_str(), row.value, row.type, row.data.data(),
-                              static_cast<DWORD>(row.data.size())),
-              ERROR_SUCCESS);
+    ASSERT_EQ(
+        RegSetKeyValueW(perUser ? HKEY_CURRENT_USER : HKEY_LOCAL_MACHINE, path.c_str(), row.value,
+                        row.type, row.data.data(), static_cast<DWORD>(row.data.size())),
+        ERROR_SUCCESS);
 
     CTDCSettings settings;
     ASSERT_EQ(settings.LoadSettings(), S_OK);
@@ -65,8 +66,8 @@ TEST_P(BadRegistryValue, LoadsWhatFitsAndLeavesTheRestOut) {
     const SettingValue* value = settings.GetSetting(row.value);
     const bool found = value && value->Kind() != SettingKind::None;
     EXPECT_EQ(found, row.loaded);
-    if (found && (value->Kind() == SettingKind::String ||
-                  value->Kind() == SettingKind::StorageTarget)) {
+    if (found &&
+        (value->Kind() == SettingKind::String || value->Kind() == SettingKind::StorageTarget)) {
         EXPECT_LE(value->TextValue().size(), 1024u);
     }
     const std::wstring url = BuildConnectorUrl(settings, {L"td_data_1"}, 1);
@@ -88,8 +89,8 @@ INSTANTIATE_TEST_SUITE_P(
             RegistryCase{"LanguageTooLong", L"l", REG_SZ, Text(std::wstring(3000, L'd')), false},
             RegistryCase{"LanguageAsMultiString", L"l", REG_MULTI_SZ, Text(L"de\0en"), true},
             RegistryCase{"SwitchAsLongText", L"Attachments", REG_SZ, Text(L"yes"), false},
-            RegistryCase{"SwitchAsEightBytes", L"Attachments", REG_QWORD,
-                         std::vector<BYTE>(8, 1), false},
+            RegistryCase{"SwitchAsEightBytes", L"Attachments", REG_QWORD, std::vector<BYTE>(8, 1),
+                         false},
             RegistryCase{"SwitchEmpty", L"Attachments", REG_BINARY, {}, true}),
         testing::Bool()),
     [](const auto& info) {
@@ -137,17 +138,16 @@ std::vector<std::wstring> ManyTargets(int count) {
     return targets;
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Lists, OddTargetList,
-    testing::Values(
-        ListCase{"DuplicateLabels", {kTarget, kTarget}, 2},
-        ListCase{"LabelsWithQuotesAndBlanks",
-                 {L"label=\"Rech\"nung\" appid=1 configid=2", L"label=\" \" appid= configid=",
-                  L"label=\"\"", L"  label  =  \"x\"  "},
-                 4},
-        ListCase{"NoLabelNoIds", {L"", L"=", L"appid"}, 3},
-        ListCase{"ThousandsOfTargets", ManyTargets(3000), 3000}),
-    [](const auto& info) { return std::string(info.param.name); });
+INSTANTIATE_TEST_SUITE_P(Lists, OddTargetList,
+                         testing::Values(ListCase{"DuplicateLabels", {kTarget, kTarget}, 2},
+                                         ListCase{"LabelsWithQuotesAndBlanks",
+                                                  {L"label=\"Rech\"nung\" appid=1 configid=2",
+                                                   L"label=\" \" appid= configid=", L"label=\"\"",
+                                                   L"  label  =  \"x\"  "},
+                                                  4},
+                                         ListCase{"NoLabelNoIds", {L"", L"=", L"appid"}, 3},
+                                         ListCase{"ThousandsOfTargets", ManyTargets(3000), 3000}),
+                         [](const auto& info) { return std::string(info.param.name); });
 
 // --- The set-up file.
 
@@ -193,9 +193,8 @@ INSTANTIATE_TEST_SUITE_P(
         // Read in pieces of 4095 characters: the piece after them is a line of its own.
         SetupFileCase{"OverLongLine", std::string(5000, 'x') + "\nMSWord=yes\n", true},
         SetupFileCase{"OverLongValue", "l=" + std::string(10000, 'd') + "\nMSWord=yes\n", true},
-        SetupFileCase{"BinaryGarbage", std::string("\x00\xFF\xC3\x28\x80\x01=\x02\n", 10) +
-                                           "MSWord=yes\n",
-                      false},
+        SetupFileCase{"BinaryGarbage",
+                      std::string("\x00\xFF\xC3\x28\x80\x01=\x02\n", 10) + "MSWord=yes\n", false},
         SetupFileCase{"DuplicateKeysLastWins", "MSWord=yes\nMSWord=no\nMSWord=YES\n", true}),
     [](const auto& info) { return std::string(info.param.name); });
 

@@ -191,9 +191,9 @@ std::string HexStatus(HRESULT hr) {
 // Failures whose log lines carry no status, by this system's long-standing wording: a document
 // property that cannot be read is skipped with a warning; a message session that cannot be opened.
 bool NamedWithoutStatus(const std::wstring& log) {
-    for (const wchar_t* line : {L"[WRN] Failed to access property ", L"[WRN] Can't get name of property ",
-                                L"[WRN] Can't get value of property ",
-                                L"[ERR] Failed to open an IMessage session!\n"}) {
+    for (const wchar_t* line :
+         {L"[WRN] Failed to access property ", L"[WRN] Can't get name of property ",
+          L"[WRN] Can't get value of property ", L"[ERR] Failed to open an IMessage session!\n"}) {
         if (log.find(line) != std::wstring::npos) {
             return true;
         }
@@ -254,8 +254,7 @@ void RunCommand(Host& host, const Command& command) {
         ComPtr<IDispatch> callbacks;
         ASSERT_EQ(addin.query_to(callbacks.put()), S_OK);
         ComPtr<FakeDispatch> control = FakeDispatch::Create();
-        control->SetProperty(L"Id", L"TLPMBTDX2_0001")
-            .SetProperty(L"Context", &host.Context());
+        control->SetProperty(L"Id", L"TLPMBTDX2_0001").SetProperty(L"Context", &host.Context());
         Variant argument(static_cast<IDispatch*>(control.get()));
         DISPPARAMS params{&argument, nullptr, 1, 0};
         // The add-in answers the host, whatever went wrong inside.
@@ -325,8 +324,8 @@ protected:
         if (fault) {
             EXPECT_TRUE(fired) << run << ": the call was not made again";
             const std::wstring text = log.Text();
-            const HRESULT hr = fault->second == Style::OutOfMemory ? E_OUTOFMEMORY
-                                                                   : CallSequence::kInjected;
+            const HRESULT hr =
+                fault->second == Style::OutOfMemory ? E_OUTOFMEMORY : CallSequence::kInjected;
             // A failed call is logged with its status ("... hr = 0x8007000E"), or the user is
             // told in a box.
             const std::string status = "hr = " + HexStatus(hr);
@@ -337,9 +336,10 @@ protected:
                                          m_clean.at(fault->first - 1).name) > 0;
             const std::wstring& call = m_clean.at(fault->first - 1).name;
             const bool first =
-                std::find_if(m_clean.begin(), m_clean.end(), [&](const CallSequence::Call& c) {
-                    return c.name == call;
-                }) - m_clean.begin() == static_cast<ptrdiff_t>(fault->first - 1);
+                std::find_if(m_clean.begin(), m_clean.end(),
+                             [&](const CallSequence::Call& c) { return c.name == call; }) -
+                    m_clean.begin() ==
+                static_cast<ptrdiff_t>(fault->first - 1);
             for (const auto& [member, line] : command.named) {
                 if (first && call == member) {
                     const std::wstring expected = std::wstring(L"[ERR] ") + line + L" hr = " +
@@ -380,9 +380,8 @@ TEST_P(FaultSweep, EveryCallFailingInEveryStyleIsSurvivedAndTold) {
     }
     const double seconds =
         std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
-    std::printf("[ sweep    ] %s: %zu calls, %zu faults injected, %s in %.1f s\n",
-                GetParam().name, m_clean.size(), injected,
-                HasFailure() ? "FAILURES" : "all passed", seconds);
+    std::printf("[ sweep    ] %s: %zu calls, %zu faults injected, %s in %.1f s\n", GetParam().name,
+                m_clean.size(), injected, HasFailure() ? "FAILURES" : "all passed", seconds);
 }
 
 std::function<std::unique_ptr<Host>()> Office(int32_t kind, const wchar_t* name,
@@ -395,9 +394,9 @@ std::function<std::unique_ptr<Host>()> Outlook(bool inspect = false,
     return [=] { return std::make_unique<OutlookHost>(inspect, version); };
 }
 
-const std::vector<std::wstring> kCommandBarProbes = {
-    L"GetIDsOfNames FindControl", L"call FindControl", L"get FindControl", L"GetIDsOfNames Item",
-    L"get Item"};
+const std::vector<std::wstring> kCommandBarProbes = {L"GetIDsOfNames FindControl",
+                                                     L"call FindControl", L"get FindControl",
+                                                     L"GetIDsOfNames Item", L"get Item"};
 
 const wchar_t kChoice[] = L"Anh\u00E4nge ausw\u00E4hlen";
 
@@ -411,8 +410,7 @@ INSTANTIATE_TEST_SUITE_P(
         Command{"ArchiveOutlookSelection", Outlook(), kCallbackArchive},
         Command{"ArchiveOpenItem", Outlook(true), kCallbackArchiveSingleOutlook},
         Command{"AttachmentsOfSelection", Outlook(), kCallbackAttachment, kChoice},
-        Command{"AttachmentsOfOpenItem", Outlook(true), kCallbackAttachmentSingleOutlook,
-                kChoice},
+        Command{"AttachmentsOfOpenItem", Outlook(true), kCallbackAttachmentSingleOutlook, kChoice},
         Command{"Settings", Office(kHostWord, L"Microsoft Word"), kCallbackSettings},
         Command{"Info", Outlook(), kCallbackInfo},
         Command{"StartAndStopWithCommandBars",
@@ -512,9 +510,8 @@ std::shared_ptr<void> LockedLog(const std::wstring&) {
 }
 
 std::function<std::unique_ptr<Host>()> OutlookWith(std::wstring item, bool inspect = false) {
-    return [=] {
-        return std::make_unique<OutlookHost>(inspect, L"16.0.0.5000", std::vector{item});
-    };
+    return
+        [=] { return std::make_unique<OutlookHost>(inspect, L"16.0.0.5000", std::vector{item}); };
 }
 
 const std::wstring kLongName(300, L'n');
@@ -524,7 +521,8 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(
         EnvironmentCase{"MissingTemp",
                         {"Word", Office(kHostWord, L"Microsoft Word"), kCallbackArchive},
-                        TempAt(L"C:\\nicht\\vorhanden\\"), false},
+                        TempAt(L"C:\\nicht\\vorhanden\\"),
+                        false},
         EnvironmentCase{"TempIsAFile",
                         {"Word", Office(kHostWord, L"Microsoft Word"), kCallbackArchive},
                         [](const std::wstring& temp) {
@@ -534,19 +532,21 @@ INSTANTIATE_TEST_SUITE_P(
                         false},
         EnvironmentCase{"LogCannotBeOpened",
                         {"Word", Office(kHostWord, L"Microsoft Word"), kCallbackArchive},
-                        LockedLog, true},
-        EnvironmentCase{"SubjectLongerThanAPath",
-                        {"Outlook", OutlookWith(L"class = IPM.Note\nPR_SUBJECT = " + kLongName +
-                                                L"\n"),
-                         kCallbackArchive},
-                        Nothing, true},
-        EnvironmentCase{"AttachmentNameLongerThanAPath",
-                        {"Outlook",
-                         OutlookWith(L"class = IPM.Note\nattachment = " + kLongName +
-                                         L".txt | Inhalt\n",
-                                     true),
-                         kCallbackAttachmentSingleOutlook, kChoice},
-                        Nothing, false}),
+                        LockedLog,
+                        true},
+        EnvironmentCase{
+            "SubjectLongerThanAPath",
+            {"Outlook", OutlookWith(L"class = IPM.Note\nPR_SUBJECT = " + kLongName + L"\n"),
+             kCallbackArchive},
+            Nothing,
+            true},
+        EnvironmentCase{
+            "AttachmentNameLongerThanAPath",
+            {"Outlook",
+             OutlookWith(L"class = IPM.Note\nattachment = " + kLongName + L".txt | Inhalt\n", true),
+             kCallbackAttachmentSingleOutlook, kChoice},
+            Nothing,
+            false}),
     [](const auto& info) { return std::string(info.param.name); });
 
 }  // namespace

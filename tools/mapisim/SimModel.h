@@ -44,10 +44,10 @@ private:
     HRESULT m_status = S_OK;
 };
 // Opens a method or function: returns the hook's failure at once.
-#define MAPISIM_CALL(name)                       \
-    ::mapisim::SimCall simCall_(name);           \
-    if (FAILED(simCall_.Status())) {             \
-        return simCall_.Status();                \
+#define MAPISIM_CALL(name)             \
+    ::mapisim::SimCall simCall_(name); \
+    if (FAILED(simCall_.Status())) {   \
+        return simCall_.Status();      \
     }
 
 // GetProps answers values longer than this with MAPI_E_NOT_ENOUGH_MEMORY, as a message store

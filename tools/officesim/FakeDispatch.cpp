@@ -219,8 +219,9 @@ HRESULT FakeDispatch::GetIDsOfNames(REFIID, LPOLESTR* names, UINT count, LCID, D
     std::fill(ids, ids + count, DISPID_UNKNOWN);
     std::wstring key = Key(names[0]);
     ++m_lookups[key];
-    if (CallSequence::Fault fault{}; CallSequence::Next((L"GetIDsOfNames " + std::wstring(names[0])).c_str(),
-                                                       CallSequence::Kind::Automation, fault)) {
+    if (CallSequence::Fault fault{};
+        CallSequence::Next((L"GetIDsOfNames " + std::wstring(names[0])).c_str(),
+                           CallSequence::Kind::Automation, fault)) {
         return fault.hr;
     }
     if (auto failure = m_lookupFailures.find(key); failure != m_lookupFailures.end()) {
@@ -286,13 +287,21 @@ HRESULT FakeDispatch::Invoke(DISPID id, REFIID, LCID, WORD flags, DISPPARAMS* pa
     m_calls.push_back(std::move(record));
 
     const int call = ++member.calls;
-    if (CallSequence::Fault fault{}; CallSequence::Next(
-            (std::wstring(kind == CallKind::Put ? L"put " : kind == CallKind::Get ? L"get " : L"call ") + member.name).c_str(),
-            CallSequence::Kind::Automation, fault)) {
-        if (fault.style == CallSequence::Style::Plain || fault.style == CallSequence::Style::OutOfMemory) {
+    if (CallSequence::Fault fault{};
+        CallSequence::Next((std::wstring(kind == CallKind::Put   ? L"put "
+                                         : kind == CallKind::Get ? L"get "
+                                                                 : L"call ") +
+                            member.name)
+                               .c_str(),
+                           CallSequence::Kind::Automation, fault)) {
+        if (fault.style == CallSequence::Style::Plain ||
+            fault.style == CallSequence::Style::OutOfMemory) {
             return fault.hr;
         }
-        FillException(excep, fault.hr, fault.style == CallSequence::Style::Exception ? FaultStyle::Exception : FaultStyle::DeferredException);
+        FillException(excep, fault.hr,
+                      fault.style == CallSequence::Style::Exception
+                          ? FaultStyle::Exception
+                          : FaultStyle::DeferredException);
         return DISP_E_EXCEPTION;
     }
     for (const Fault& fault : member.faults) {

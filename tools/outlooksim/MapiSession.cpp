@@ -156,7 +156,8 @@ public:
 
     HRESULT STDMETHODCALLTYPE GetProps(LPSPropTagArray tags, ULONG flags, ULONG* count,
                                        LPSPropValue* values) noexcept override try {
-        if (CallSequence::Fault fault{}; CallSequence::Next(L"IMailUser::GetProps", CallSequence::Kind::Mapi, fault)) {
+        if (CallSequence::Fault fault{};
+            CallSequence::Next(L"IMailUser::GetProps", CallSequence::Kind::Mapi, fault)) {
             return fault.hr;
         }
         if (!count || !values) {
@@ -222,7 +223,8 @@ public:
     HRESULT STDMETHODCALLTYPE OpenEntry(ULONG size, LPENTRYID entryId, LPCIID iid, ULONG,
                                         ULONG* objectType, LPUNKNOWN* unknown) noexcept override
         try {
-        if (CallSequence::Fault fault{}; CallSequence::Next(L"IAddrBook::OpenEntry", CallSequence::Kind::Mapi, fault)) {
+        if (CallSequence::Fault fault{};
+            CallSequence::Next(L"IAddrBook::OpenEntry", CallSequence::Kind::Mapi, fault)) {
             return fault.hr;
         }
         if (!unknown) {
@@ -263,7 +265,8 @@ public:
 
     HRESULT STDMETHODCALLTYPE OpenAddressBook(ULONG_PTR, LPCIID iid, ULONG,
                                               LPADRBOOK* book) noexcept override try {
-        if (CallSequence::Fault fault{}; CallSequence::Next(L"IMAPISession::OpenAddressBook", CallSequence::Kind::Mapi, fault)) {
+        if (CallSequence::Fault fault{};
+            CallSequence::Next(L"IMAPISession::OpenAddressBook", CallSequence::Kind::Mapi, fault)) {
             return fault.hr;
         }
         if (!book) {
