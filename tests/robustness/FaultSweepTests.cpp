@@ -398,6 +398,9 @@ const std::vector<std::wstring> kCommandBarProbes = {L"GetIDsOfNames FindControl
                                                      L"call FindControl", L"get FindControl",
                                                      L"GetIDsOfNames Item", L"get Item"};
 
+const std::vector<std::pair<const wchar_t*, const wchar_t*>> kCurrentItemNamed = {
+    {L"get CurrentItem", L"Can't get CurrentItem from Context!"}};
+
 const wchar_t kChoice[] = L"Anh\u00E4nge ausw\u00E4hlen";
 
 INSTANTIATE_TEST_SUITE_P(
@@ -408,9 +411,11 @@ INSTANTIATE_TEST_SUITE_P(
         Command{"ArchivePowerPoint", Office(kHostPowerPoint, L"Microsoft PowerPoint"),
                 kCallbackArchive},
         Command{"ArchiveOutlookSelection", Outlook(), kCallbackArchive},
-        Command{"ArchiveOpenItem", Outlook(true), kCallbackArchiveSingleOutlook},
+        Command{"ArchiveOpenItem", Outlook(true), kCallbackArchiveSingleOutlook, nullptr, IDOK,
+                false, kCurrentItemNamed},
         Command{"AttachmentsOfSelection", Outlook(), kCallbackAttachment, kChoice},
-        Command{"AttachmentsOfOpenItem", Outlook(true), kCallbackAttachmentSingleOutlook, kChoice},
+        Command{"AttachmentsOfOpenItem", Outlook(true), kCallbackAttachmentSingleOutlook, kChoice,
+                IDOK, false, kCurrentItemNamed},
         Command{"Settings", Office(kHostWord, L"Microsoft Word"), kCallbackSettings},
         Command{"Info", Outlook(), kCallbackInfo},
         Command{"StartAndStopWithCommandBars",
