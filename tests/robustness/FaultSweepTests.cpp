@@ -268,13 +268,16 @@ void RunCommand(Host& host, const Command& command) {
 
 class FaultSweep : public testing::TestWithParam<Command> {
 protected:
+    // The host's apartment, in which the add-in creates the library's session.
     static void SetUpTestSuite() {
+        CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
         FakeRedemption::Register();
         MapiSimSetCallHook(OfferMapiCall);
     }
     static void TearDownTestSuite() {
         MapiSimSetCallHook(nullptr);
         FakeRedemption::Unregister();
+        CoUninitialize();
     }
 
     // One run of the command; with a fault, the `ordinal`-th call fails in `style`. Returns the
