@@ -58,6 +58,8 @@ public:
     // The window a ribbon control of the command belongs to.
     virtual IDispatch& Context() const { return Application(); }
     virtual RefCountList RefCounts() const = 0;
+    // After a run: checks and lets go of what the host's doubles keep for themselves.
+    virtual void Settle(const std::string&) {}
     FakeCommandBars& CommandBars() { return m_commandBars; }
 
 protected:
@@ -100,11 +102,11 @@ std::wstring SampleItem(const wchar_t* name) {
 
 class OutlookHost final : public Host {
 public:
-    // A mixed selection: a mail, a signed mail, a mail with attachments and a contact.
+    // A mixed selection: a mail, a signed mail and a mail with attachments, the last one open.
     OutlookHost(bool inspect, const wchar_t* version)
         : OutlookHost(inspect, version,
                       {SampleItem(L"01-angebot.item"), SampleItem(L"10-signiert.item"),
-                       SampleItem(L"11-anhaenge.item"), SampleItem(L"03-kontakt.item")}) {}
+                       SampleItem(L"11-anhaenge.item")}) {}
     OutlookHost(bool inspect, const wchar_t* version, const std::vector<std::wstring>& items) {
         for (const std::wstring& item : items) {
             m_outlook.SelectItemText(item);
@@ -127,16 +129,24 @@ public:
     }
     RefCountList RefCounts() const override {
         RefCountList counts = m_outlook.RefCounts();
-        for (const auto& count : m_redemption.RefCounts()) {
-            counts.push_back(count);
-        }
         counts.emplace_back(L"live MAPI objects of Outlook", m_outlook.LiveMapiObjects());
         return counts;
+    }
+    // The library's objects are held by the double alone; then it goes, and with it the
+    // references to Outlook's session that the library's sessions keep.
+    void Settle(const std::string& run) override {
+        if (!m_redemption) {
+            return;
+        }
+        for (const auto& [label, count] : m_redemption->RefCounts()) {
+            EXPECT_EQ(count, 1u) << run << ": " << ToUtf8(label);
+        }
+        m_redemption.reset();
     }
 
 private:
     FakeOutlook m_outlook;
-    FakeRedemption m_redemption{m_outlook};
+    std::unique_ptr<FakeRedemption> m_redemption = std::make_unique<FakeRedemption>(m_outlook);
     ComPtr<FakeDispatch> m_explorers = FakeDispatch::Create();
     ComPtr<FakeDispatch> m_inspectors = FakeDispatch::Create();
     bool m_inspect = false;
@@ -314,6 +324,7 @@ protected:
         const bool fired = CallSequence::Fired();
         CallSequence::Reset();
 
+        host->Settle(run);
         EXPECT_EQ(host->RefCounts(), refCounts) << run;
         EXPECT_EQ(MapiCounts(), mapi) << run;
         ExpectCompleteHandOffs(temp.Path(), run);
@@ -482,6 +493,7 @@ TEST_P(HostileEnvironment, IsRefusedOrSurvivedWithoutATruncatedHandOff) {
         std::shared_ptr<void> spoiled = row.spoil(temp.Path());
         RunCommand(*host, row.command);
     }
+    host->Settle(row.name);
     EXPECT_EQ(host->RefCounts(), refCounts);
     EXPECT_EQ(MapiCounts(), mapi);
     ExpectCompleteHandOffs(temp.Path(), row.name);
