@@ -106,8 +106,12 @@ HRESULT CTalvornAddin::Invoke(DISPID id, REFIID riid, LCID, WORD, DISPPARAMS* pa
         if (id == kCallbackArchiveSingleOutlook || id == kCallbackAttachmentSingleOutlook) {
             // The window of the ribbon control; without it there is no item: nothing happens.
             const ComPtr<IDispatch> control = FirstObjectArgument(params);
-            if (!control ||
-                FAILED(GetObjectPropertyNoThrow(control.get(), L"Context", window.put()))) {
+            if (!control) {
+                return S_OK;
+            }
+            const HRESULT hr = GetObjectPropertyNoThrow(control.get(), L"Context", window.put());
+            if (FAILED(hr)) {
+                LogError(L"Can't get Context of the ribbon control! hr = 0x%08X\n", hr);
                 return S_OK;
             }
         }

@@ -109,8 +109,15 @@ std::optional<std::wstring> BinaryText(const SBinary& binary) {
     HexFromBin(binary.lpb, static_cast<int>(binary.cb), narrow.data());
     const int length = MultiByteToWideChar(CP_ACP, MB_PRECOMPOSED, narrow.c_str(), -1, nullptr, 0);
     MapiBuffer<wchar_t> wide;
-    if (length <= 0 || FAILED(MAPIAllocateBuffer(length * sizeof(wchar_t), wide.put_void())) ||
-        !MultiByteToWideChar(CP_ACP, MB_PRECOMPOSED, narrow.c_str(), -1, wide.get(), length)) {
+    if (length <= 0) {
+        return std::nullopt;
+    }
+    const HRESULT hr = MAPIAllocateBuffer(length * sizeof(wchar_t), wide.put_void());
+    if (FAILED(hr)) {
+        LogError(L"Failed to allocate the text of a binary value! hr = 0x%08X\n", hr);
+        return std::nullopt;
+    }
+    if (!MultiByteToWideChar(CP_ACP, MB_PRECOMPOSED, narrow.c_str(), -1, wide.get(), length)) {
         return std::nullopt;
     }
     return std::wstring(wide.get());
@@ -254,7 +261,12 @@ void CollectRecipientSmtpAddresses(IMessage* message, PropertyMap& map) {
     }
     while (recipients) {
         RowSet rows;
-        if (FAILED(recipients->QueryRows(1, 0, rows.put())) || !rows.get() || rows->cRows == 0) {
+        hr = recipients->QueryRows(1, 0, rows.put());
+        if (FAILED(hr)) {
+            LogError(L"Failed to read a row of the recipient table! hr = 0x%08X\n", hr);
+            break;
+        }
+        if (!rows.get() || rows->cRows == 0) {
             break;
         }
         const SRow& row = rows->aRow[0];

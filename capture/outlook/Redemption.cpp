@@ -62,12 +62,13 @@ MailKey ReadSelectedKey(IDispatch* item) {
     return key;
 }
 
-// A folder item whose entry id cannot be read simply does not match by entry id; that failure has
-// never had a log line of its own.
+// A folder item whose entry id cannot be read simply does not match by entry id.
 MailKey ReadFolderKey(IDispatch* mail) {
     MailKey key;
     HRESULT hr;
-    GetTextPropertyNoThrow(mail, L"EntryID", &key.entryId);
+    if (FAILED(hr = GetTextPropertyNoThrow(mail, L"EntryID", &key.entryId))) {
+        LogError(L"Can't get EntryID from folder item! hr = 0x%08X\n", hr);
+    }
     if (FAILED(hr = GetTextPropertyNoThrow(mail, L"Subject", &key.subject))) {
         LogError(L"Can't get Subject from folder item! hr = 0x%08X\n", hr);
     }

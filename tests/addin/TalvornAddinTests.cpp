@@ -1,6 +1,5 @@
 #include <map>
 #include <ostream>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -18,7 +17,6 @@
 
 namespace {
 
-constexpr HRESULT kHostFailure = E_ACCESSDENIED;
 const std::wstring kRibbonStartUp = L"[INF] cancel OnStartupComplete, we want to use Ribbons!\n";
 const std::wstring kRibbonShutdown = L"[INF] cancel OnBeginShutdown, we used Ribbons!\n";
 
@@ -164,78 +162,6 @@ INSTANTIATE_TEST_SUITE_P(
         HostCase{"NamesAreCaseSensitive", L"microsoft word", L"11.0", false, kHostOther, 11,
                  false}),
     [](const testing::TestParamInfo<HostCase>& info) { return std::string(info.param.name); });
-
-// One host call failing during the start-up of Outlook 12 with MultiProcess or of Word 11: what
-// is logged and what is no longer asked.
-enum class HostObject { Application, Explorer, Template };
-
-struct StartUpFailureCase {
-    const char* name;
-    bool outlook;
-    HostObject failing;
-    const wchar_t* member;
-    const wchar_t* logLine;  // followed by " hr = 0x80070005\n"
-    std::wstring notAsked;   // Application members, blank-separated, not read after it
-};
-
-void PrintTo(const StartUpFailureCase& row, std::ostream* out) { *out << row.name; }
-
-class StartUpFailureTest : public AddinLifecycleTest,
-                           public testing::WithParamInterface<StartUpFailureCase> {};
-
-TEST_P(StartUpFailureTest, IsLoggedAndEndsTheStartUpWhichStillConnects) {
-    const StartUpFailureCase& row = GetParam();
-    if (row.outlook) {
-        Host(L"Outlook", L"12.0", true);
-    } else {
-        Host(L"Microsoft Word", L"11.0", false);
-    }
-    FakeDispatch& failing = row.failing == HostObject::Explorer   ? *m_explorer.get()
-                            : row.failing == HostObject::Template ? *m_template.get()
-                                                                  : *m_application.get();
-    failing.FailCallsFrom(row.member, 1, kHostFailure);
-    LogCapture log;
-
-    // OnConnection keeps the failure from the host; OnStartupComplete, run again, returns it.
-    EXPECT_EQ(Connect(), S_OK);
-    EXPECT_EQ(m_addin->OnStartupComplete(nullptr), kHostFailure);
-
-    EXPECT_TRUE(log.Contains(std::wstring(L"[ERR] ") + row.logLine + L" hr = 0x80070005\n"))
-        << ToUtf8(log.Text());
-    std::wistringstream notAsked(row.notAsked);
-    for (std::wstring member; notAsked >> member;) {
-        EXPECT_EQ(m_application->CallCount(member), 0u) << ToUtf8(member);
-    }
-    EXPECT_FALSE(log.Contains(kRibbonStartUp));
-    EXPECT_EQ(m_addin->OnDisconnection(ext_dm_HostShutdown, nullptr), S_OK);
-    ExpectHostObjectsReleased();
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Failures, StartUpFailureTest,
-    testing::Values(
-        StartUpFailureCase{"Name", false, HostObject::Application, L"Name",
-                           L"Failed to get office application name!", L"Version CommandBars"},
-        StartUpFailureCase{"Version", false, HostObject::Application, L"Version",
-                           L"Can't get version from application!", L"CommandBars"},
-        StartUpFailureCase{"CommandBars", false, HostObject::Application, L"CommandBars",
-                           L"Failed to access CommandBars property!", L"CustomizationContext"},
-        StartUpFailureCase{"WordTemplate", false, HostObject::Application, L"CustomizationContext",
-                           L"Failed to get the current word template!", L""},
-        StartUpFailureCase{"WordTemplateSaved", false, HostObject::Template, L"Saved",
-                           L"Failed to set saved flag of the current word template!", L""},
-        StartUpFailureCase{"ActiveExplorer", true, HostObject::Application, L"ActiveExplorer",
-                           L"Failed to access ActiveExplorer property!", L"Explorers Inspectors"},
-        // Reported with the ActiveExplorer text, as it always has been.
-        StartUpFailureCase{"Explorers", true, HostObject::Application, L"Explorers",
-                           L"Failed to access ActiveExplorer property!", L"Inspectors"},
-        StartUpFailureCase{"ExplorerCommandBars", true, HostObject::Explorer, L"CommandBars",
-                           L"Failed to access CommandBars property!", L"Inspectors"},
-        StartUpFailureCase{"Inspectors", true, HostObject::Application, L"Inspectors",
-                           L"Failed to access Inspectors property!", L""}),
-    [](const testing::TestParamInfo<StartUpFailureCase>& info) {
-        return std::string(info.param.name);
-    });
 
 // --- Ribbon commands and the host's calls while a command's dialog is open.
 

@@ -81,3 +81,7 @@ private:
     std::wstring m_path;
     LONGLONG m_start;
 };
+
+// A long test (a sweep of many runs) tells the test main's watchdog that it is not hung: the time
+// limit counts from the last call.
+void TestMakesProgress();

@@ -71,6 +71,8 @@ public:
     // The next window with exactly this caption; expectations of one caption are used in order.
     Expectation Expect(const std::wstring& caption);
     const std::vector<Window>& Seen() const { return m_seen; }
+    // From now on a window nobody expected is cancelled and noted, not a failure.
+    void CancelUnexpected() { m_cancelUnexpected = true; }
     // Fails the test for every expected window that did not appear.
     void Verify() const;
 
@@ -103,6 +105,7 @@ private:
     std::vector<std::function<void()>> m_calls;
     HWND m_callWindow = nullptr;  // a message-only window: posted to, it runs one of the calls
     HHOOK m_hook = nullptr;
+    bool m_cancelUnexpected = false;
     void** m_messageBoxSlot = nullptr;
 };
 

@@ -95,11 +95,25 @@ public:
 
 DefaultMalloc g_defaultMalloc;
 
+MapiSimCallHook g_callHook = nullptr;
+thread_local int t_callDepth = 0;
+
 }  // namespace
+
+mapisim::SimCall::SimCall(const wchar_t* name) noexcept {
+    if (t_callDepth++ == 0 && g_callHook) {
+        m_status = g_callHook(name);
+    }
+}
+
+mapisim::SimCall::~SimCall() { --t_callDepth; }
 
 extern "C" {
 
+void STDAPICALLTYPE MapiSimSetCallHook(MapiSimCallHook hook) { g_callHook = hook; }
+
 SCODE STDAPICALLTYPE MAPIAllocateBuffer(ULONG cbSize, LPVOID* lppBuffer) {
+    MAPISIM_CALL(L"MAPIAllocateBuffer")
     if (!lppBuffer) {
         return MAPI_E_INVALID_PARAMETER;
     }
@@ -109,6 +123,7 @@ SCODE STDAPICALLTYPE MAPIAllocateBuffer(ULONG cbSize, LPVOID* lppBuffer) {
 }
 
 SCODE STDAPICALLTYPE MAPIAllocateMore(ULONG cbSize, LPVOID lpObject, LPVOID* lppBuffer) {
+    MAPISIM_CALL(L"MAPIAllocateMore")
     if (!lppBuffer) {
         return MAPI_E_INVALID_PARAMETER;
     }

@@ -54,4 +54,10 @@ ULONG STDAPICALLTYPE MapiSimBadFrees();
 ULONG STDAPICALLTYPE MapiSimLiveObjects();
 // Message sessions opened by OpenIMsgSession and not yet closed.
 ULONG STDAPICALLTYPE MapiSimLiveSessions();
+
+// Called with the name of each MAPI function and method a program calls (not the simulator's
+// calls to itself, nor MAPIFreeBuffer, AddRef, Release and QueryInterface) before it runs; a
+// failure it returns is the call's answer. Null removes it. For injecting failures anywhere.
+using MapiSimCallHook = HRESULT(STDAPICALLTYPE*)(const wchar_t* call);
+void STDAPICALLTYPE MapiSimSetCallHook(MapiSimCallHook hook);
 }

@@ -47,9 +47,11 @@ public:
     HRESULT STDMETHODCALLTYPE SaveChanges(ULONG flags) override;
     HRESULT STDMETHODCALLTYPE GetProps(LPSPropTagArray tags, ULONG flags, ULONG* count,
                                        LPSPropValue* values) override {
+        MAPISIM_CALL(L"Attachment::GetProps")
         return Host().GetProps(tags, flags, count, values);
     }
     HRESULT STDMETHODCALLTYPE GetPropList(ULONG flags, LPSPropTagArray* tags) override {
+        MAPISIM_CALL(L"Attachment::GetPropList")
         return Host().GetPropList(flags, tags);
     }
     // PR_ATTACH_DATA_OBJ as IID_IMessage opens the embedded message (MAPI_CREATE makes a new one);
@@ -58,10 +60,12 @@ public:
                                            LPUNKNOWN* unknown) override;
     HRESULT STDMETHODCALLTYPE SetProps(ULONG count, LPSPropValue values,
                                        LPSPropProblemArray* problems) override {
+        MAPISIM_CALL(L"Attachment::SetProps")
         return Host().SetProps(count, values, problems);
     }
     HRESULT STDMETHODCALLTYPE DeleteProps(LPSPropTagArray tags,
                                           LPSPropProblemArray* problems) override {
+        MAPISIM_CALL(L"Attachment::DeleteProps")
         return Host().DeleteProps(tags, problems);
     }
     HRESULT STDMETHODCALLTYPE CopyTo(ULONG, LPCIID, LPSPropTagArray excluded, ULONG, LPMAPIPROGRESS,
@@ -69,14 +73,17 @@ public:
                                      LPSPropProblemArray* problems) override;
     HRESULT STDMETHODCALLTYPE CopyProps(LPSPropTagArray, ULONG, LPMAPIPROGRESS, LPCIID, LPVOID,
                                         ULONG, LPSPropProblemArray*) override {
+        MAPISIM_CALL(L"Attachment::CopyProps")
         return MAPI_E_NO_SUPPORT;
     }
     HRESULT STDMETHODCALLTYPE GetNamesFromIDs(LPSPropTagArray* tags, LPGUID guid, ULONG flags,
                                               ULONG* count, LPMAPINAMEID** names) override {
+        MAPISIM_CALL(L"Attachment::GetNamesFromIDs")
         return Host().GetNamesFromIDs(tags, guid, flags, count, names);
     }
     HRESULT STDMETHODCALLTYPE GetIDsFromNames(ULONG count, LPMAPINAMEID* names, ULONG flags,
                                               LPSPropTagArray* tags) override {
+        MAPISIM_CALL(L"Attachment::GetIDsFromNames")
         return Host().GetIDsFromNames(count, names, flags, tags);
     }
 
@@ -125,6 +132,7 @@ public:
     // Writes the whole message into its storage and commits the storage unless the message was
     // opened with IMSG_NO_ISTG_COMMIT.
     HRESULT STDMETHODCALLTYPE SaveChanges(ULONG) override try {
+        MAPISIM_CALL(L"Message::SaveChanges")
         if (!m_storage) {
             if (!m_parent) {
                 return MAPI_E_NO_ACCESS;
@@ -145,21 +153,26 @@ public:
     }
     HRESULT STDMETHODCALLTYPE GetProps(LPSPropTagArray tags, ULONG flags, ULONG* count,
                                        LPSPropValue* values) override {
+        MAPISIM_CALL(L"Message::GetProps")
         return Host().GetProps(tags, flags, count, values);
     }
     HRESULT STDMETHODCALLTYPE GetPropList(ULONG flags, LPSPropTagArray* tags) override {
+        MAPISIM_CALL(L"Message::GetPropList")
         return Host().GetPropList(flags, tags);
     }
     HRESULT STDMETHODCALLTYPE OpenProperty(ULONG tag, LPCIID iid, ULONG, ULONG flags,
                                            LPUNKNOWN* unknown) override {
+        MAPISIM_CALL(L"Message::OpenProperty")
         return Host().OpenProperty(tag, iid, flags, unknown);
     }
     HRESULT STDMETHODCALLTYPE SetProps(ULONG count, LPSPropValue values,
                                        LPSPropProblemArray* problems) override {
+        MAPISIM_CALL(L"Message::SetProps")
         return Host().SetProps(count, values, problems);
     }
     HRESULT STDMETHODCALLTYPE DeleteProps(LPSPropTagArray tags,
                                           LPSPropProblemArray* problems) override {
+        MAPISIM_CALL(L"Message::DeleteProps")
         return Host().DeleteProps(tags, problems);
     }
     // Everything onto another message: properties (named ones by name), recipients and
@@ -169,6 +182,7 @@ public:
                                      LPSPropTagArray excluded, ULONG, LPMAPIPROGRESS, LPCIID iid,
                                      LPVOID dest, ULONG, LPSPropProblemArray* problems) override
         try {
+        MAPISIM_CALL(L"Message::CopyTo")
         if (problems) {
             *problems = nullptr;
         }
@@ -219,19 +233,23 @@ public:
     }
     HRESULT STDMETHODCALLTYPE CopyProps(LPSPropTagArray, ULONG, LPMAPIPROGRESS, LPCIID, LPVOID,
                                         ULONG, LPSPropProblemArray*) override {
+        MAPISIM_CALL(L"Message::CopyProps")
         return MAPI_E_NO_SUPPORT;
     }
     HRESULT STDMETHODCALLTYPE GetNamesFromIDs(LPSPropTagArray* tags, LPGUID guid, ULONG flags,
                                               ULONG* count, LPMAPINAMEID** names) override {
+        MAPISIM_CALL(L"Message::GetNamesFromIDs")
         return Host().GetNamesFromIDs(tags, guid, flags, count, names);
     }
     HRESULT STDMETHODCALLTYPE GetIDsFromNames(ULONG count, LPMAPINAMEID* names, ULONG flags,
                                               LPSPropTagArray* tags) override {
+        MAPISIM_CALL(L"Message::GetIDsFromNames")
         return Host().GetIDsFromNames(count, names, flags, tags);
     }
 
     // The attachment table leaves out the attachments' data, as a store's does.
     HRESULT STDMETHODCALLTYPE GetAttachmentTable(ULONG flags, LPMAPITABLE* table) override try {
+        MAPISIM_CALL(L"Message::GetAttachmentTable")
         if (!table) {
             return MAPI_E_INVALID_PARAMETER;
         }
@@ -245,6 +263,7 @@ public:
     }
     HRESULT STDMETHODCALLTYPE OpenAttach(ULONG number, LPCIID, ULONG, LPATTACH* attach) override
         try {
+        MAPISIM_CALL(L"Message::OpenAttach")
         if (!attach) {
             return MAPI_E_INVALID_PARAMETER;
         }
@@ -263,6 +282,7 @@ public:
     }
     HRESULT STDMETHODCALLTYPE CreateAttach(LPCIID, ULONG, ULONG* number, LPATTACH* attach) override
         try {
+        MAPISIM_CALL(L"Message::CreateAttach")
         if (!number || !attach) {
             return MAPI_E_INVALID_PARAMETER;
         }
@@ -281,6 +301,7 @@ public:
         return CaughtError();
     }
     HRESULT STDMETHODCALLTYPE DeleteAttach(ULONG number, ULONG, LPMAPIPROGRESS, ULONG) override {
+        MAPISIM_CALL(L"Message::DeleteAttach")
         auto it = FindAttachment(number);
         if (it == m_model.attachments.end()) {
             return MAPI_E_NOT_FOUND;
@@ -290,6 +311,7 @@ public:
         return S_OK;
     }
     HRESULT STDMETHODCALLTYPE GetRecipientTable(ULONG flags, LPMAPITABLE* table) override try {
+        MAPISIM_CALL(L"Message::GetRecipientTable")
         if (!table) {
             return MAPI_E_INVALID_PARAMETER;
         }
@@ -300,6 +322,7 @@ public:
     // Adds (numbering them with PR_ROWID), modifies or removes recipients; with no flag the list
     // replaces all recipients.
     HRESULT STDMETHODCALLTYPE ModifyRecipients(ULONG flags, LPADRLIST list) override try {
+        MAPISIM_CALL(L"Message::ModifyRecipients")
         if (!list) {
             return MAPI_E_INVALID_PARAMETER;
         }
@@ -340,6 +363,7 @@ public:
     }
     HRESULT STDMETHODCALLTYPE SubmitMessage(ULONG) override { return MAPI_E_NO_SUPPORT; }
     HRESULT STDMETHODCALLTYPE SetReadFlag(ULONG flags) override try {
+        MAPISIM_CALL(L"Message::SetReadFlag")
         LONG messageFlags = GetLong(m_model.props, PR_MESSAGE_FLAGS, 0);
         messageFlags =
             flags & CLEAR_READ_FLAG ? messageFlags & ~MSGFLAG_READ : messageFlags | MSGFLAG_READ;
@@ -431,6 +455,7 @@ PropertyHost Attachment::Host() {
 
 HRESULT Attachment::OpenProperty(ULONG tag, LPCIID iid, ULONG, ULONG flags,
                                  LPUNKNOWN* unknown) try {
+    MAPISIM_CALL(L"Attachment::OpenProperty")
     if (tag != PR_ATTACH_DATA_OBJ || !iid || !IsEqualIID(*iid, IID_IMessage)) {
         return Host().OpenProperty(tag, iid, flags, unknown);
     }
@@ -469,6 +494,7 @@ HRESULT CopyEmbedded(const MessageModel& model, std::vector<NamedProperty>& name
 }
 
 HRESULT Attachment::SaveChanges(ULONG) try {
+    MAPISIM_CALL(L"Attachment::SaveChanges")
     std::vector<PropertyList>& attachments = m_message->Model().attachments;
     LONG number = GetLong(m_props, PR_ATTACH_NUM, -1);
     auto it = std::find_if(attachments.begin(), attachments.end(), [number](const PropertyList& a) {
@@ -491,6 +517,7 @@ HRESULT Attachment::SaveChanges(ULONG) try {
 
 HRESULT Attachment::CopyTo(ULONG, LPCIID, LPSPropTagArray excluded, ULONG, LPMAPIPROGRESS, LPCIID,
                            LPVOID dest, ULONG, LPSPropProblemArray* problems) try {
+    MAPISIM_CALL(L"Attachment::CopyTo")
     if (problems) {
         *problems = nullptr;
     }
@@ -528,6 +555,7 @@ using namespace mapisim;
 extern "C" {
 
 SCODE STDAPICALLTYPE OpenIMsgSession(LPMALLOC, ULONG, LPMSGSESS* lppMsgSess) {
+    MAPISIM_CALL(L"OpenIMsgSession")
     if (!lppMsgSess) {
         return MAPI_E_INVALID_PARAMETER;
     }
@@ -557,6 +585,7 @@ SCODE STDAPICALLTYPE OpenIMsgOnIStg(LPMSGSESS lpMsgSess, LPALLOCATEBUFFER, LPALL
                                     LPFREEBUFFER, LPMALLOC, LPVOID, LPSTORAGE lpStg,
                                     MSGCALLRELEASE* lpfMsgCallRelease, ULONG ulCallerData,
                                     ULONG ulFlags, LPMESSAGE* lppMsg) {
+    MAPISIM_CALL(L"OpenIMsgOnIStg")
     if (!lppMsg) {
         return MAPI_E_INVALID_PARAMETER;
     }

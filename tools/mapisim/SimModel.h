@@ -30,6 +30,26 @@ private:
     SRWLOCK& m_lock;
 };
 
+// One MAPI call from a program: the outermost offers itself to the hook a program installed
+// (MapiSimSetCallHook), those it makes while it runs do not.
+class SimCall {
+public:
+    explicit SimCall(const wchar_t* name) noexcept;
+    ~SimCall();
+    SimCall(const SimCall&) = delete;
+    SimCall& operator=(const SimCall&) = delete;
+    HRESULT Status() const noexcept { return m_status; }
+
+private:
+    HRESULT m_status = S_OK;
+};
+// Opens a method or function: returns the hook's failure at once.
+#define MAPISIM_CALL(name)             \
+    ::mapisim::SimCall simCall_(name); \
+    if (FAILED(simCall_.Status())) {   \
+        return simCall_.Status();      \
+    }
+
 // GetProps answers values longer than this with MAPI_E_NOT_ENOUGH_MEMORY, as a message store
 // does; OpenProperty reads them whole through a stream.
 constexpr size_t kGetPropsLimit = 32 * 1024;

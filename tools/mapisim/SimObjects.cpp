@@ -94,6 +94,7 @@ public:
           m_owner(owner) {}
 
     HRESULT STDMETHODCALLTYPE Read(void* pv, ULONG cb, ULONG* read) override {
+        MAPISIM_CALL(L"PropertyStream::Read")
         if (!pv) {
             return STG_E_INVALIDPOINTER;
         }
@@ -109,6 +110,7 @@ public:
         return S_OK;
     }
     HRESULT STDMETHODCALLTYPE Write(const void* pv, ULONG cb, ULONG* written) override try {
+        MAPISIM_CALL(L"PropertyStream::Write")
         if (!m_writable) {
             return STG_E_ACCESSDENIED;
         }
@@ -129,6 +131,7 @@ public:
     }
     HRESULT STDMETHODCALLTYPE Seek(LARGE_INTEGER move, DWORD origin,
                                    ULARGE_INTEGER* newPosition) override {
+        MAPISIM_CALL(L"PropertyStream::Seek")
         LONGLONG base = origin == STREAM_SEEK_SET   ? 0
                         : origin == STREAM_SEEK_CUR ? static_cast<LONGLONG>(m_position)
                         : origin == STREAM_SEEK_END ? static_cast<LONGLONG>(m_data.size())
@@ -143,6 +146,7 @@ public:
         return S_OK;
     }
     HRESULT STDMETHODCALLTYPE SetSize(ULARGE_INTEGER size) override try {
+        MAPISIM_CALL(L"PropertyStream::SetSize")
         if (!m_writable) {
             return STG_E_ACCESSDENIED;
         }
@@ -153,6 +157,7 @@ public:
     }
     HRESULT STDMETHODCALLTYPE CopyTo(IStream* dest, ULARGE_INTEGER cb, ULARGE_INTEGER* read,
                                      ULARGE_INTEGER* written) override {
+        MAPISIM_CALL(L"PropertyStream::CopyTo")
         if (!dest) {
             return STG_E_INVALIDPOINTER;
         }
@@ -170,16 +175,20 @@ public:
         return hr;
     }
     HRESULT STDMETHODCALLTYPE Commit(DWORD) override {
+        MAPISIM_CALL(L"PropertyStream::Commit")
         return m_writable && m_commit ? m_commit(m_data) : S_OK;
     }
     HRESULT STDMETHODCALLTYPE Revert() override { return S_OK; }
     HRESULT STDMETHODCALLTYPE LockRegion(ULARGE_INTEGER, ULARGE_INTEGER, DWORD) override {
+        MAPISIM_CALL(L"PropertyStream::LockRegion")
         return STG_E_INVALIDFUNCTION;
     }
     HRESULT STDMETHODCALLTYPE UnlockRegion(ULARGE_INTEGER, ULARGE_INTEGER, DWORD) override {
+        MAPISIM_CALL(L"PropertyStream::UnlockRegion")
         return STG_E_INVALIDFUNCTION;
     }
     HRESULT STDMETHODCALLTYPE Stat(STATSTG* stat, DWORD) override {
+        MAPISIM_CALL(L"PropertyStream::Stat")
         if (!stat) {
             return STG_E_INVALIDPOINTER;
         }
@@ -190,6 +199,7 @@ public:
         return S_OK;
     }
     HRESULT STDMETHODCALLTYPE Clone(IStream** stream) override {
+        MAPISIM_CALL(L"PropertyStream::Clone")
         if (stream) {
             *stream = nullptr;
         }
@@ -220,10 +230,12 @@ public:
         return S_OK;
     }
     HRESULT STDMETHODCALLTYPE Advise(ULONG, LPMAPIADVISESINK, ULONG*) override {
+        MAPISIM_CALL(L"SnapshotTable::Advise")
         return MAPI_E_NO_SUPPORT;
     }
     HRESULT STDMETHODCALLTYPE Unadvise(ULONG) override { return MAPI_E_NO_SUPPORT; }
     HRESULT STDMETHODCALLTYPE GetStatus(ULONG* status, ULONG* type) override {
+        MAPISIM_CALL(L"SnapshotTable::GetStatus")
         if (!status || !type) {
             return MAPI_E_INVALID_PARAMETER;
         }
@@ -232,6 +244,7 @@ public:
         return S_OK;
     }
     HRESULT STDMETHODCALLTYPE SetColumns(LPSPropTagArray tags, ULONG) override try {
+        MAPISIM_CALL(L"SnapshotTable::SetColumns")
         if (!tags) {
             return MAPI_E_INVALID_PARAMETER;
         }
@@ -241,6 +254,7 @@ public:
         return CaughtError();
     }
     HRESULT STDMETHODCALLTYPE QueryColumns(ULONG flags, LPSPropTagArray* tags) override try {
+        MAPISIM_CALL(L"SnapshotTable::QueryColumns")
         if (!tags) {
             return MAPI_E_INVALID_PARAMETER;
         }
@@ -249,6 +263,7 @@ public:
         return CaughtError();
     }
     HRESULT STDMETHODCALLTYPE GetRowCount(ULONG, ULONG* count) override {
+        MAPISIM_CALL(L"SnapshotTable::GetRowCount")
         if (!count) {
             return MAPI_E_INVALID_PARAMETER;
         }
@@ -256,6 +271,7 @@ public:
         return S_OK;
     }
     HRESULT STDMETHODCALLTYPE SeekRow(BOOKMARK origin, LONG count, LONG* sought) override {
+        MAPISIM_CALL(L"SnapshotTable::SeekRow")
         LONG base = origin == BOOKMARK_BEGINNING ? 0
                     : origin == BOOKMARK_CURRENT ? static_cast<LONG>(m_position)
                     : origin == BOOKMARK_END     ? static_cast<LONG>(m_rows.size())
@@ -271,6 +287,7 @@ public:
         return S_OK;
     }
     HRESULT STDMETHODCALLTYPE SeekRowApprox(ULONG numerator, ULONG denominator) override {
+        MAPISIM_CALL(L"SnapshotTable::SeekRowApprox")
         if (!denominator) {
             return MAPI_E_INVALID_PARAMETER;
         }
@@ -280,6 +297,7 @@ public:
     }
     HRESULT STDMETHODCALLTYPE QueryPosition(ULONG* row, ULONG* numerator,
                                             ULONG* denominator) override {
+        MAPISIM_CALL(L"SnapshotTable::QueryPosition")
         if (!row || !numerator || !denominator) {
             return MAPI_E_INVALID_PARAMETER;
         }
@@ -289,20 +307,24 @@ public:
         return S_OK;
     }
     HRESULT STDMETHODCALLTYPE FindRow(LPSRestriction, BOOKMARK, ULONG) override {
+        MAPISIM_CALL(L"SnapshotTable::FindRow")
         return MAPI_E_NO_SUPPORT;
     }
     HRESULT STDMETHODCALLTYPE Restrict(LPSRestriction, ULONG) override { return MAPI_E_NO_SUPPORT; }
     HRESULT STDMETHODCALLTYPE CreateBookmark(BOOKMARK*) override { return MAPI_E_NO_SUPPORT; }
     HRESULT STDMETHODCALLTYPE FreeBookmark(BOOKMARK) override { return MAPI_E_NO_SUPPORT; }
     HRESULT STDMETHODCALLTYPE SortTable(LPSSortOrderSet, ULONG) override {
+        MAPISIM_CALL(L"SnapshotTable::SortTable")
         return MAPI_E_NO_SUPPORT;
     }
     HRESULT STDMETHODCALLTYPE QuerySortOrder(LPSSortOrderSet*) override {
+        MAPISIM_CALL(L"SnapshotTable::QuerySortOrder")
         return MAPI_E_NO_SUPPORT;
     }
     // Rows forward from the cursor; each row's values are a buffer of their own, so the caller
     // frees them row by row and then the row set, as with any MAPI table.
     HRESULT STDMETHODCALLTYPE QueryRows(LONG count, ULONG flags, LPSRowSet* rows) override try {
+        MAPISIM_CALL(L"SnapshotTable::QueryRows")
         if (!rows) {
             return MAPI_E_INVALID_PARAMETER;
         }
@@ -350,21 +372,26 @@ public:
     }
     HRESULT STDMETHODCALLTYPE Abort() override { return S_OK; }
     HRESULT STDMETHODCALLTYPE ExpandRow(ULONG, LPBYTE, ULONG, ULONG, LPSRowSet*, ULONG*) override {
+        MAPISIM_CALL(L"SnapshotTable::ExpandRow")
         return MAPI_E_NO_SUPPORT;
     }
     HRESULT STDMETHODCALLTYPE CollapseRow(ULONG, LPBYTE, ULONG, ULONG*) override {
+        MAPISIM_CALL(L"SnapshotTable::CollapseRow")
         return MAPI_E_NO_SUPPORT;
     }
     HRESULT STDMETHODCALLTYPE WaitForCompletion(ULONG, ULONG, ULONG* status) override {
+        MAPISIM_CALL(L"SnapshotTable::WaitForCompletion")
         if (status) {
             *status = TBLSTAT_COMPLETE;
         }
         return S_OK;
     }
     HRESULT STDMETHODCALLTYPE GetCollapseState(ULONG, ULONG, LPBYTE, ULONG*, LPBYTE*) override {
+        MAPISIM_CALL(L"SnapshotTable::GetCollapseState")
         return MAPI_E_NO_SUPPORT;
     }
     HRESULT STDMETHODCALLTYPE SetCollapseState(ULONG, ULONG, LPBYTE, BOOKMARK*) override {
+        MAPISIM_CALL(L"SnapshotTable::SetCollapseState")
         return MAPI_E_NO_SUPPORT;
     }
 

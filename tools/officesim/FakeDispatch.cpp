@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "common/ComError.h"
+#include "officesim/CallSequence.h"
 
 namespace {
 
@@ -218,6 +219,11 @@ HRESULT FakeDispatch::GetIDsOfNames(REFIID, LPOLESTR* names, UINT count, LCID, D
     std::fill(ids, ids + count, DISPID_UNKNOWN);
     std::wstring key = Key(names[0]);
     ++m_lookups[key];
+    if (CallSequence::Fault fault{};
+        CallSequence::Next((L"GetIDsOfNames " + std::wstring(names[0])).c_str(),
+                           CallSequence::Kind::Automation, fault)) {
+        return fault.hr;
+    }
     if (auto failure = m_lookupFailures.find(key); failure != m_lookupFailures.end()) {
         return failure->second;
     }
@@ -281,6 +287,23 @@ HRESULT FakeDispatch::Invoke(DISPID id, REFIID, LCID, WORD flags, DISPPARAMS* pa
     m_calls.push_back(std::move(record));
 
     const int call = ++member.calls;
+    if (CallSequence::Fault fault{};
+        CallSequence::Next((std::wstring(kind == CallKind::Put   ? L"put "
+                                         : kind == CallKind::Get ? L"get "
+                                                                 : L"call ") +
+                            member.name)
+                               .c_str(),
+                           CallSequence::Kind::Automation, fault)) {
+        if (fault.style == CallSequence::Style::Plain ||
+            fault.style == CallSequence::Style::OutOfMemory) {
+            return fault.hr;
+        }
+        FillException(excep, fault.hr,
+                      fault.style == CallSequence::Style::Exception
+                          ? FaultStyle::Exception
+                          : FaultStyle::DeferredException);
+        return DISP_E_EXCEPTION;
+    }
     for (const Fault& fault : member.faults) {
         if (fault.repeats ? call >= fault.first : call == fault.first) {
             if (fault.style == FaultStyle::Plain) {
@@ -312,8 +335,10 @@ HRESULT FakeDispatch::Dispatch(Member& member, CallKind kind, const Args& args,
     } else if (kind == CallKind::Put) {
         return DISP_E_MEMBERNOTFOUND;  // computed properties are read-only
     } else {
-        // A copy of the handler: it may define its member anew while it runs.
+        // A copy of the handler: it may define its member anew while it runs. What it calls is
+        // part of this one call.
         Handler handler = member.handler;
+        CallSequence::Serving serving;
         hr = handler(args, &out);
     }
     if (SUCCEEDED(hr) && result) {

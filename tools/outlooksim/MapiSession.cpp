@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "common/ComObject.h"
+#include "officesim/CallSequence.h"
 #include "outlooksim/MapiHelpers.h"
 
 namespace outlooksim {
@@ -155,6 +156,10 @@ public:
 
     HRESULT STDMETHODCALLTYPE GetProps(LPSPropTagArray tags, ULONG flags, ULONG* count,
                                        LPSPropValue* values) noexcept override try {
+        if (CallSequence::Fault fault{};
+            CallSequence::Next(L"IMailUser::GetProps", CallSequence::Kind::Mapi, fault)) {
+            return fault.hr;
+        }
         if (!count || !values) {
             return MAPI_E_INVALID_PARAMETER;
         }
@@ -218,6 +223,10 @@ public:
     HRESULT STDMETHODCALLTYPE OpenEntry(ULONG size, LPENTRYID entryId, LPCIID iid, ULONG,
                                         ULONG* objectType, LPUNKNOWN* unknown) noexcept override
         try {
+        if (CallSequence::Fault fault{};
+            CallSequence::Next(L"IAddrBook::OpenEntry", CallSequence::Kind::Mapi, fault)) {
+            return fault.hr;
+        }
         if (!unknown) {
             return MAPI_E_INVALID_PARAMETER;
         }
@@ -256,6 +265,10 @@ public:
 
     HRESULT STDMETHODCALLTYPE OpenAddressBook(ULONG_PTR, LPCIID iid, ULONG,
                                               LPADRBOOK* book) noexcept override try {
+        if (CallSequence::Fault fault{};
+            CallSequence::Next(L"IMAPISession::OpenAddressBook", CallSequence::Kind::Mapi, fault)) {
+            return fault.hr;
+        }
         if (!book) {
             return MAPI_E_INVALID_PARAMETER;
         }

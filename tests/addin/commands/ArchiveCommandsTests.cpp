@@ -301,24 +301,6 @@ TEST_F(ArchiveCommandTest, OpenItemIsHandedOffWithoutMailDeletion) {
     EXPECT_TRUE(m_log.Contains(L"[INF] Outlook CTalvornAddin->OnArchiveSingleOutlook invoked\n"));
 }
 
-// An empty CurrentItem, a failing one (in either open-window command) and a failed capture.
-TEST_F(ArchiveCommandTest, OpenWindowFailuresAreOnlyLogged) {
-    RemoveConnectorHandler();
-    m_window->SetProperty(L"CurrentItem", static_cast<IDispatch*>(nullptr));
-    ArchiveOpenItem();
-    m_window->SetProperty(L"CurrentItem", Item()).FailCall(L"CurrentItem", 2, E_FAIL);
-    ArchiveAttachmentsOfOpenItem();
-    m_captures.SetStatus(Routine::SaveOutlookItem, E_ACCESSDENIED);
-    ArchiveOpenItem();
-
-    EXPECT_EQ(m_captures.Routines(), Routines{Routine::SaveOutlookItem});
-    for (const wchar_t* line : {L"[ERR] Can't get CurrentItem from Context! hr = 0x80004003\n",
-                                L"[ERR] Can't get CurrentItem from Context! hr = 0x80004005\n",
-                                L"[ERR] Can't save current item! hr = 0x80070005\n"}) {
-        EXPECT_TRUE(m_log.Contains(line)) << ToUtf8(m_log.Text());
-    }
-}
-
 // --- OnAttachment and OnAttachmentSingleOutlook: chosen attachments.
 
 TEST_F(ArchiveCommandTest, ChosenAttachmentsOfTheOpenItemAreHandedOffBareAndLaunched) {
