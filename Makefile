@@ -4,7 +4,7 @@ JOBS ?= 2
 # cmake --build runs make underneath: without this every line of it says which folder it is in.
 MAKEFLAGS += --no-print-directory
 
-.PHONY: all deps configure build test demo format clean
+.PHONY: all deps configure build test demo bench soak format clean
 
 all: build
 
@@ -24,6 +24,13 @@ test: build
 
 demo: build
 	sh scripts/run-demo.sh $(BUILD_DIR)
+
+# Timings and resource counters of the add-in in the simulated hosts (never part of `make test`).
+bench: build
+	sh scripts/run-bench.sh $(BUILD_DIR) bench
+
+soak: build
+	sh scripts/run-bench.sh $(BUILD_DIR) soak
 
 format:
 	clang-format -i $$(git ls-files '*.cpp' '*.h')
