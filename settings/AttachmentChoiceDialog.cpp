@@ -87,33 +87,28 @@ void Confirm(HWND dialog) {
     EndDialog(dialog, 1);
 }
 
-INT_PTR CALLBACK ChoiceDialogProc(HWND dialog, UINT message, WPARAM wParam, LPARAM lParam) {
-    try {
-        switch (message) {
-        case WM_INITDIALOG:
-            // Kept with the window, not in the module: every open dialog has its own.
-            SetWindowLongPtrW(dialog, DWLP_USER, lParam);
-            SetDialogText(dialog, 0, IDS_ATTACHMENTS_CAPTION);
-            SetDialogText(dialog, IDOK, IDS_BUTTON_OK);
-            SetDialogText(dialog, IDCANCEL, IDS_BUTTON_CANCEL);
-            CenterOverDesktop(dialog);
-            FillList(dialog, AttachmentsOf(dialog));
-            return TRUE;
-        case WM_COMMAND:
-            switch (LOWORD(wParam)) {
-            case IDOK:
-                Confirm(dialog);
-                return TRUE;
-            case IDCANCEL:
-                EndDialog(dialog, 0);
-                return TRUE;
-            }
-            break;
-        }
-    } catch (...) {
-        // Out of memory while filling the list or marking the records: ends as if cancelled.
-        EndDialog(dialog, 0);
+// Out of memory while filling the list or marking the records ends the dialog as if cancelled.
+INT_PTR ChoiceDialogProc(HWND dialog, UINT message, WPARAM wParam, LPARAM lParam) {
+    switch (message) {
+    case WM_INITDIALOG:
+        // Kept with the window, not in the module: every open dialog has its own.
+        SetWindowLongPtrW(dialog, DWLP_USER, lParam);
+        SetDialogText(dialog, 0, IDS_ATTACHMENTS_CAPTION);
+        SetDialogText(dialog, IDOK, IDS_BUTTON_OK);
+        SetDialogText(dialog, IDCANCEL, IDS_BUTTON_CANCEL);
+        CenterOverDesktop(dialog);
+        FillList(dialog, AttachmentsOf(dialog));
         return TRUE;
+    case WM_COMMAND:
+        switch (LOWORD(wParam)) {
+        case IDOK:
+            Confirm(dialog);
+            return TRUE;
+        case IDCANCEL:
+            EndDialog(dialog, 0);
+            return TRUE;
+        }
+        break;
     }
     return FALSE;
 }
@@ -148,7 +143,7 @@ INT_PTR ShowAttachmentChoiceDialog(std::vector<PropertyMap>& attachments) noexce
     INITCOMMONCONTROLSEX controls{sizeof controls, ICC_LISTVIEW_CLASSES};
     InitCommonControlsEx(&controls);
     INT_PTR result = DialogBoxParamW(ModuleInstance(), MAKEINTRESOURCEW(IDD_ATTACHMENT_CHOICE),
-                                     nullptr /* no owner */, ChoiceDialogProc,
+                                     nullptr /* no owner */, GuardedDialogProc<ChoiceDialogProc>,
                                      reinterpret_cast<LPARAM>(&attachments));
     return result == 1 ? 1 : 0;
 }

@@ -113,27 +113,22 @@ void Initialize(HWND dialog, const InfoDialogHost& host) {
     CenterOverDesktop(dialog);
 }
 
-INT_PTR CALLBACK InfoDialogProc(HWND dialog, UINT message, WPARAM wParam, LPARAM lParam) {
-    try {
-        switch (message) {
-        case WM_INITDIALOG:
-            Initialize(dialog, *reinterpret_cast<const InfoDialogHost*>(lParam));
-            // The OK button, not the text, has the focus.
-            SetFocus(GetDlgItem(dialog, IDOK));
-            return FALSE;
-        case WM_COMMAND:
-            switch (LOWORD(wParam)) {
-            case IDOK:
-            case IDCANCEL:
-                EndDialog(dialog, 1);
-                return TRUE;
-            }
-            break;
+// Out of memory while composing the texts ends the dialog: there is nothing to show.
+INT_PTR InfoDialogProc(HWND dialog, UINT message, WPARAM wParam, LPARAM lParam) {
+    switch (message) {
+    case WM_INITDIALOG:
+        Initialize(dialog, *reinterpret_cast<const InfoDialogHost*>(lParam));
+        // The OK button, not the text, has the focus.
+        SetFocus(GetDlgItem(dialog, IDOK));
+        return FALSE;
+    case WM_COMMAND:
+        switch (LOWORD(wParam)) {
+        case IDOK:
+        case IDCANCEL:
+            EndDialog(dialog, 1);
+            return TRUE;
         }
-    } catch (...) {
-        // Out of memory while composing the texts: nothing to show.
-        EndDialog(dialog, 0);
-        return TRUE;
+        break;
     }
     return FALSE;
 }
@@ -142,5 +137,5 @@ INT_PTR CALLBACK InfoDialogProc(HWND dialog, UINT message, WPARAM wParam, LPARAM
 
 void ShowInfoDialog(const InfoDialogHost& host) noexcept {
     DialogBoxParamW(ModuleInstance(), MAKEINTRESOURCEW(IDD_INFO), nullptr /* no owner */,
-                    InfoDialogProc, reinterpret_cast<LPARAM>(&host));
+                    GuardedDialogProc<InfoDialogProc>, reinterpret_cast<LPARAM>(&host));
 }

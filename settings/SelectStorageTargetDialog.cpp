@@ -51,39 +51,34 @@ void Confirm(HWND dialog) {
     EndDialog(dialog, 1);
 }
 
-INT_PTR CALLBACK SelectDialogProc(HWND dialog, UINT message, WPARAM wParam, LPARAM lParam) {
-    try {
-        switch (message) {
-        case WM_INITDIALOG:
-            SetDialogText(dialog, 0, IDS_SELECT_CAPTION);
-            SetDialogText(dialog, IDOK, IDS_BUTTON_OK);
-            SetDialogText(dialog, IDCANCEL, IDS_BUTTON_CANCEL);
-            SetDialogText(dialog, IDC_SELECT_LABEL, IDS_SELECT_LABEL);
-            CenterOverDesktop(dialog);
-            // Kept with the window, not in the module: every open dialog has its own.
-            SetWindowLongPtrW(dialog, DWLP_USER, lParam);
-            if (const CTDCSettings* settings = SettingsOf(dialog)) {
-                FillTargets(dialog, *settings);
-            } else {
-                LogError(L"Fatal error in select dialog! Settings not initialized!\n");
-                EndDialog(dialog, 0);
-            }
-            return TRUE;
-        case WM_COMMAND:
-            switch (LOWORD(wParam)) {
-            case IDOK:
-                Confirm(dialog);
-                return TRUE;
-            case IDCANCEL:
-                EndDialog(dialog, 0);
-                return TRUE;
-            }
-            break;
+// Out of memory while filling the list ends the dialog as if cancelled.
+INT_PTR SelectDialogProc(HWND dialog, UINT message, WPARAM wParam, LPARAM lParam) {
+    switch (message) {
+    case WM_INITDIALOG:
+        SetDialogText(dialog, 0, IDS_SELECT_CAPTION);
+        SetDialogText(dialog, IDOK, IDS_BUTTON_OK);
+        SetDialogText(dialog, IDCANCEL, IDS_BUTTON_CANCEL);
+        SetDialogText(dialog, IDC_SELECT_LABEL, IDS_SELECT_LABEL);
+        CenterOverDesktop(dialog);
+        // Kept with the window, not in the module: every open dialog has its own.
+        SetWindowLongPtrW(dialog, DWLP_USER, lParam);
+        if (const CTDCSettings* settings = SettingsOf(dialog)) {
+            FillTargets(dialog, *settings);
+        } else {
+            LogError(L"Fatal error in select dialog! Settings not initialized!\n");
+            EndDialog(dialog, 0);
         }
-    } catch (...) {
-        // Out of memory while filling the list: the dialog ends as if cancelled.
-        EndDialog(dialog, 0);
         return TRUE;
+    case WM_COMMAND:
+        switch (LOWORD(wParam)) {
+        case IDOK:
+            Confirm(dialog);
+            return TRUE;
+        case IDCANCEL:
+            EndDialog(dialog, 0);
+            return TRUE;
+        }
+        break;
     }
     return FALSE;
 }
@@ -92,7 +87,7 @@ INT_PTR CALLBACK SelectDialogProc(HWND dialog, UINT message, WPARAM wParam, LPAR
 
 INT_PTR ShowSelectStorageTargetDialog(const CTDCSettings* settings) noexcept {
     INT_PTR result = DialogBoxParamW(ModuleInstance(), MAKEINTRESOURCEW(IDD_SELECT_STORAGE_TARGET),
-                                     nullptr /* no owner */, SelectDialogProc,
+                                     nullptr /* no owner */, GuardedDialogProc<SelectDialogProc>,
                                      reinterpret_cast<LPARAM>(settings));
     return result == 1 ? 1 : 0;
 }

@@ -252,36 +252,31 @@ void Confirm(HWND dialog, DialogState& state) {
     EndDialog(dialog, 1);
 }
 
-INT_PTR CALLBACK SettingsDialogProc(HWND dialog, UINT message, WPARAM wParam, LPARAM lParam) {
-    try {
-        switch (message) {
-        case WM_INITDIALOG:
-            // Kept with the window, not in the module: every open dialog has its own.
-            SetWindowLongPtrW(dialog, DWLP_USER, lParam);
-            Initialize(dialog, StateOf(dialog));
-            return TRUE;
-        case WM_COMMAND:
-            switch (LOWORD(wParam)) {
-            case IDC_SETTINGS_ADD:
-                AddTarget(dialog, StateOf(dialog));
-                return TRUE;
-            case IDC_SETTINGS_REMOVE:
-                RemoveTarget(dialog, StateOf(dialog));
-                return TRUE;
-            case IDOK:
-                Confirm(dialog, StateOf(dialog));
-                return TRUE;
-            case IDCANCEL:
-                EndDialog(dialog, 0);
-                return TRUE;
-            }
-            break;
-        }
-    } catch (...) {
-        // Out of memory: the dialog ends as if cancelled; what OK had stored stays unsaved
-        // because the settings are not marked changed.
-        EndDialog(dialog, 0);
+// Out of memory ends the dialog as if cancelled; what OK had stored stays unsaved because the
+// settings are not marked changed.
+INT_PTR SettingsDialogProc(HWND dialog, UINT message, WPARAM wParam, LPARAM lParam) {
+    switch (message) {
+    case WM_INITDIALOG:
+        // Kept with the window, not in the module: every open dialog has its own.
+        SetWindowLongPtrW(dialog, DWLP_USER, lParam);
+        Initialize(dialog, StateOf(dialog));
         return TRUE;
+    case WM_COMMAND:
+        switch (LOWORD(wParam)) {
+        case IDC_SETTINGS_ADD:
+            AddTarget(dialog, StateOf(dialog));
+            return TRUE;
+        case IDC_SETTINGS_REMOVE:
+            RemoveTarget(dialog, StateOf(dialog));
+            return TRUE;
+        case IDOK:
+            Confirm(dialog, StateOf(dialog));
+            return TRUE;
+        case IDCANCEL:
+            EndDialog(dialog, 0);
+            return TRUE;
+        }
+        break;
     }
     return FALSE;
 }
@@ -293,9 +288,9 @@ INT_PTR ShowSettingsDialog(CTDCSettings& settings) noexcept {
         INITCOMMONCONTROLSEX controls{sizeof controls, ICC_LISTVIEW_CLASSES};
         InitCommonControlsEx(&controls);
         DialogState state{settings, {}, {}, {}};
-        INT_PTR result = DialogBoxParamW(ModuleInstance(), MAKEINTRESOURCEW(IDD_SETTINGS),
-                                         nullptr /* no owner */, SettingsDialogProc,
-                                         reinterpret_cast<LPARAM>(&state));
+        INT_PTR result = DialogBoxParamW(
+            ModuleInstance(), MAKEINTRESOURCEW(IDD_SETTINGS), nullptr /* no owner */,
+            GuardedDialogProc<SettingsDialogProc>, reinterpret_cast<LPARAM>(&state));
         return result == 1 ? 1 : 0;
     } catch (...) {
         return 0;
