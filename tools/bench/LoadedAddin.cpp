@@ -27,16 +27,10 @@ LoadedModule::LoadedModule(const std::wstring& path, const CLSID& clsid)
         throw std::runtime_error("cannot load " + Narrow(path));
     }
     auto entry = reinterpret_cast<GetClassObject>(
-        reinterpret_cast<void*>(GetProcAddress(m_module, "DllGetClassObject")));
+        reinterpret_cast<void*>(GetProcAddress(m_module.get(), "DllGetClassObject")));
     if (!entry || FAILED(entry(clsid, IID_IClassFactory, m_factory.put_void()))) {
-        FreeLibrary(m_module);
         throw std::runtime_error("no class factory in " + Narrow(path));
     }
-}
-
-LoadedModule::~LoadedModule() {
-    m_factory.reset();
-    FreeLibrary(m_module);
 }
 
 ComPtr<IDTExtensibility2> LoadedModule::Create() const {

@@ -28,7 +28,6 @@
 class LoadedModule {
 public:
     LoadedModule(const std::wstring& path, const CLSID& clsid);
-    ~LoadedModule();
     LoadedModule(const LoadedModule&) = delete;
     LoadedModule& operator=(const LoadedModule&) = delete;
 
@@ -36,7 +35,8 @@ public:
     ComPtr<IDTExtensibility2> Create() const;
 
 private:
-    HMODULE m_module = nullptr;
+    // Declared first: the factory is released before the library goes.
+    UniqueHModule m_module;
     ComPtr<IClassFactory> m_factory;
 };
 

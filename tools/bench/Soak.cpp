@@ -158,6 +158,9 @@ int Run(const Options& options) {
     const int quarter = options.commands / 4;
     const int threeQuarters = options.commands - quarter;
     int failures = 0;
+    // A launch of the connector that stalls shows as one slow command.
+    double slowestMs = 0;
+    int slowest = 0;
     const LARGE_INTEGER start = Now();
     PrintSample(0, 0, ReadProcessCounters());
     std::unique_ptr<SimulatedHost> wordHost = SimulatedHost::Word(document);
@@ -172,7 +175,13 @@ int Run(const Options& options) {
     }
     for (int command = 1; command <= options.commands; ++command) {
         const bool word = options.word && (!options.outlook || command % 2 == 1);
+        const LARGE_INTEGER clicked = Now();
         const HRESULT hr = (word ? *inWord : *inOutlook).ClickArchive();
+        const double ms = ElapsedMs(clicked, Now());
+        if (ms > slowestMs) {
+            slowestMs = ms;
+            slowest = command;
+        }
         (word ? wordHost : outlookHost)->ForgetCalls();
         if (FAILED(hr)) {
             ++failures;
@@ -209,9 +218,10 @@ int Run(const Options& options) {
             PrintSample(command, ElapsedMs(start, Now()) / 1000.0, counters);
         }
     }
-    wchar_t line[96];
-    _snwprintf(line, 96, L"%d commands, %d failed\n", options.commands, failures);
-    line[95] = L'\0';
+    wchar_t line[128];
+    _snwprintf(line, 128, L"%d commands, %d failed; the slowest, command %d, took %.0f ms\n",
+               options.commands, failures, slowest, slowestMs);
+    line[127] = L'\0';
     Print(line);
     if (!options.check) {
         return failures == 0 ? 0 : 1;
