@@ -3,8 +3,9 @@
 set -eu
 # msgconvert (libemail-outlook-message-perl, with libemail-address-perl, which it only recommends)
 # reads back the message files the simulated MAPI writes; python3 makes the language files.
+# The simulated Office hosts read document packages through mingw-w64's zlib.
 packages="python3 cmake make g++-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64 wine wine64 xvfb xauth googletest \
-libemail-outlook-message-perl libemail-address-perl"
+libemail-outlook-message-perl libemail-address-perl libz-mingw-w64-dev"
 missing=""
 for p in $packages; do
     dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing="$missing $p"

@@ -4,6 +4,11 @@
 // "clicks" a ribbon button through IDispatch::Invoke and shows what came of it: the add-in's log,
 // the hand-off document and the URL the Desktop Connector (the prefix's stub) received.
 //
+// As Word, Excel or PowerPoint it reports the document's own built-in and custom properties, read
+// from the file (tools/docprops): a package's property parts or a compound file's property sets.
+// --property Name=Value replaces the property of that name or adds a custom text property; a file
+// the properties cannot be read from is still opened, with none, and hostsim says why.
+//
 // As Outlook it builds the simulated Outlook (tools/outlooksim) with the given items selected:
 // item text files (.item, the readable format of tools/outlooksim/ItemText.h) or message files
 // (.msg). Outlook items are real messages of the simulated mapi32.dll, which must lie beside
@@ -42,6 +47,7 @@
 #include "common/HostKind.h"
 #include "common/UniqueResource.h"
 #include "common/Variant.h"
+#include "docprops/DocumentFileProperties.h"
 #include "mapisim/MapiSim.h"
 #include "officesim/FakeCommandBars.h"
 #include "officesim/FakeDispatch.h"
@@ -136,15 +142,50 @@ std::wstring ExecutableBaseName() {
     return name.substr(0, name.rfind(L'.'));
 }
 
-Variant FileDate(const FILETIME& utc) {
-    FILETIME local;
-    SYSTEMTIME time;
-    Variant date;
-    date.vt = VT_DATE;
-    if (FileTimeToLocalFileTime(&utc, &local) && FileTimeToSystemTime(&local, &time)) {
-        SystemTimeToVariantTime(&time, &date.date);
+std::wstring FromUtf8(const std::string& text) {
+    const int length =
+        MultiByteToWideChar(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), nullptr, 0);
+    std::wstring wide(static_cast<size_t>(length > 0 ? length : 0), L'\0');
+    MultiByteToWideChar(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), wide.data(),
+                        length);
+    return wide;
+}
+
+// The document's own properties, as the host reports them once it has opened the file. A file
+// they cannot be read from leaves both collections empty, and says why.
+DocumentFileProperties ReadProperties(const std::wstring& source) {
+    const std::wstring name = source.substr(source.rfind(L'\\') + 1);
+    try {
+        DocumentFileProperties properties = ReadDocumentFileProperties(source);
+        size_t builtIn = 0;
+        for (const DocumentFileProperty& property : properties.builtIn) {
+            builtIn += property.value.vt != VT_EMPTY;
+        }
+        Print(properties.Empty()
+                  ? L"document properties: " + name + L" holds none\n"
+                  : L"document properties of " + name + L": " + std::to_wstring(builtIn) +
+                        L" built-in, " + std::to_wstring(properties.custom.size()) + L" custom\n");
+        return properties;
+    } catch (const DocumentFileError& error) {
+        Print(L"document properties: none read from " + name + L", because " +
+              FromUtf8(error.what()) + L"\n");
+        return DocumentFileProperties();
     }
-    return date;
+}
+
+// --property Name=Value replaces the value of a built-in or custom property of that name, or
+// adds a custom text property.
+void Override(DocumentFileProperties& properties, const std::wstring& name,
+              const std::wstring& value) {
+    for (auto* collection : {&properties.builtIn, &properties.custom}) {
+        for (DocumentFileProperty& property : *collection) {
+            if (property.name == name) {
+                property.value = Variant(value.c_str());
+                return;
+            }
+        }
+    }
+    properties.custom.push_back({name, Variant(value.c_str())});
 }
 
 // The host's object model over the user's document, a real file that Save, SaveAs and SaveCopyAs
@@ -154,28 +195,19 @@ std::unique_ptr<FakeOfficeHost> Office(const Options& options) {
     const std::wstring source = options.documents.front();
     auto office = std::make_unique<FakeOfficeHost>(options.host->kind, ReadBytes(source));
     // Read before the document is opened, which writes its file.
-    WIN32_FILE_ATTRIBUTE_DATA info{};
-    GetFileAttributesExW(source.c_str(), GetFileExInfoStandard, &info);
+    DocumentFileProperties properties = ReadProperties(source);
     if (!options.newDocument) {
         office->OpenFrom(source, options.readOnly);
     }
-
     for (const auto& [propertyName, value] : options.properties) {
-        office->CustomProperties().Add(propertyName, Variant(value.c_str()));
+        Override(properties, propertyName, value);
     }
-    const std::wstring name = source.substr(source.rfind(L'\\') + 1);
-    wchar_t user[256] = L"";
-    DWORD userLength = 256;
-    GetUserNameW(user, &userLength);
-    office->BuiltInProperties()
-        .Add(L"Title", Variant(name.substr(0, name.rfind(L'.')).c_str()))
-        .Add(L"Author", Variant(user))
-        .Add(L"Creation date", FileDate(info.ftCreationTime))
-        .Add(L"Last save time", FileDate(info.ftLastWriteTime))
-        .Add(L"Number of pages", Variant(int32_t{1}))
-        // Office keeps properties it does not know the value of as empty; they are not archived.
-        .Add(L"Last print date", Variant())
-        .Add(L"Template", Variant(L"Normal.dotm"));
+    for (const DocumentFileProperty& property : properties.custom) {
+        office->CustomProperties().Add(property.name, property.value);
+    }
+    for (const DocumentFileProperty& property : properties.builtIn) {
+        office->BuiltInProperties().Add(property.name, property.value);
+    }
     return office;
 }
 
