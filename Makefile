@@ -4,7 +4,7 @@ JOBS ?= 2
 # cmake --build runs make underneath: without this every line of it says which folder it is in.
 MAKEFLAGS += --no-print-directory
 
-.PHONY: all deps configure build test demo bench soak format clean
+.PHONY: all deps configure build test demo package bench soak format clean
 
 all: build
 
@@ -24,6 +24,10 @@ test: build
 
 demo: build
 	sh scripts/run-demo.sh $(BUILD_DIR)
+
+# The MSI package for administrators, from the build: build/installer/TalvornAddin.msi.
+package: build
+	cmake --build $(BUILD_DIR) --target msi_package
 
 # Timings and resource counters of the add-in in the simulated hosts (never part of `make test`).
 bench: build

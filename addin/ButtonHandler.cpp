@@ -9,58 +9,47 @@ HRESULT CButtonHandler::Connect(IDispatch* button) noexcept {
     if (!button) {
         return E_POINTER;
     }
-    if (m_connectionPoint) {
-        return E_UNEXPECTED;
+    ComPtr<IUnknown> identity;
+    HRESULT hr = button->QueryInterface(IID_IUnknown, identity.put_void());
+    if (SUCCEEDED(hr)) {
+        hr = m_connection.Connect(button, {DIID_CommandBarButtonEvents},
+                                  static_cast<IDispatch*>(this));
     }
-    ComPtr<IConnectionPointContainer> container;
-    HRESULT hr = button->QueryInterface(IID_IConnectionPointContainer, container.put_void());
-    if (FAILED(hr)) {
-        return hr;
+    if (SUCCEEDED(hr)) {
+        m_button = std::move(identity);
     }
-    ComPtr<IConnectionPoint> point;
-    hr = container->FindConnectionPoint(DIID_CommandBarButtonEvents, point.put());
-    if (FAILED(hr)) {
-        return hr;
+    return hr;
+}
+
+bool CButtonHandler::IsOwnClick(const DISPPARAMS* params) const noexcept {
+    const ComPtr<IDispatch> control = FirstObjectArgument(params);
+    ComPtr<IUnknown> identity;
+    if (!control || !m_button ||
+        FAILED(control->QueryInterface(IID_IUnknown, identity.put_void()))) {
+        // Nothing to tell it by: the click is taken as this button's.
+        return true;
     }
-    DWORD cookie = 0;
-    hr = point->Advise(static_cast<IDispatch*>(this), &cookie);
-    if (FAILED(hr)) {
-        return hr;
-    }
-    m_connectionPoint = std::move(point);
-    m_cookie = cookie;
-    return S_OK;
+    return identity.get() == m_button.get();
 }
 
 void CButtonHandler::Disconnect() noexcept {
     m_target = nullptr;
-    if (!m_connectionPoint) {
-        return;
-    }
     // The connection point may hold the last other reference to this sink: keep it alive until
     // Unadvise has returned.
     const ComPtr<CButtonHandler> self(this);
-    const ComPtr<IConnectionPoint> point = std::move(m_connectionPoint);
-    const HRESULT hr = point->Unadvise(m_cookie);
+    const HRESULT hr = m_connection.Disconnect();
     if (FAILED(hr)) {
         LogError(L"Failed to unadvise the button events! hr = 0x%08X\n", hr);
     }
-    m_cookie = 0;
+    m_window.reset();
+    m_button.reset();
 }
 
 HRESULT CButtonHandler::GetIDsOfNames(REFIID riid, LPOLESTR*, UINT, LCID, DISPID* ids) noexcept {
-    if (riid != IID_NULL) {
-        return DISP_E_UNKNOWNINTERFACE;
-    }
-    if (!ids) {
-        return E_POINTER;
-    }
-    // The host fires events by DISPID; there are no names to resolve.
-    ids[0] = DISPID_UNKNOWN;
-    return DISP_E_UNKNOWNNAME;
+    return NoEventNames(riid, ids);
 }
 
-HRESULT CButtonHandler::Invoke(DISPID id, REFIID riid, LCID, WORD, DISPPARAMS*, VARIANT*,
+HRESULT CButtonHandler::Invoke(DISPID id, REFIID riid, LCID, WORD, DISPPARAMS* params, VARIANT*,
                                EXCEPINFO*, UINT*) noexcept {
     if (riid != IID_NULL) {
         return DISP_E_UNKNOWNINTERFACE;
@@ -68,13 +57,16 @@ HRESULT CButtonHandler::Invoke(DISPID id, REFIID riid, LCID, WORD, DISPPARAMS*, 
     if (id != DISPID_CommandBarButtonClick) {
         return DISP_E_MEMBERNOTFOUND;
     }
-    if (!m_target) {
+    // Office delivers a click to the sinks of every button that carries the clicked one's tag,
+    // in every window that has one: each window's sink runs its command for its own button only.
+    if (!m_target || !IsOwnClick(params)) {
         return S_OK;
     }
     try {
         // The command's dialogs run a message loop in which the add-in may shut down.
         const ComPtr<CButtonHandler> self(this);
-        m_target->RunButtonCommand(m_command);
+        const ComPtr<IDispatch> window = m_window;
+        m_target->RunButtonCommand(m_command, window.get());
     } catch (...) {
         LogError(L"Button command %d failed! hr = 0x%08X\n", static_cast<int>(m_command),
                  HResultFromCaughtException());

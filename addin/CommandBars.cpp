@@ -51,6 +51,18 @@ constexpr ButtonRow kButtons[kButtonHandlerCount] = {
      Shown::WithSettings},
 };
 
+// A button's command in an inspector: the single-item flavour of archive and attachments.
+DISPID InspectorCommand(DISPID command) noexcept {
+    switch (command) {
+    case kCallbackArchive:
+        return kCallbackArchiveSingleOutlook;
+    case kCallbackAttachment:
+        return kCallbackAttachmentSingleOutlook;
+    default:
+        return command;
+    }
+}
+
 bool IsShown(const ButtonRow& row, const CommandBarOptions& options) noexcept {
     switch (row.shown) {
     case Shown::WithAttachments:
@@ -212,7 +224,9 @@ HRESULT SetUp(IDispatch* commandBars, const CommandBarOptions& options, ButtonCo
         ComPtr<IDispatch> button;
         hr = Button(commandBars, bar, row, button.put());
         if (SUCCEEDED(hr)) {
-            ComPtr<CButtonHandler> handler = MakeComObject<CButtonHandler>(target, row.command);
+            const DISPID command = options.inspector ? InspectorCommand(row.command) : row.command;
+            ComPtr<CButtonHandler> handler =
+                MakeComObject<CButtonHandler>(target, command, options.inspector);
             hr = handler->Connect(button.get());
             if (SUCCEEDED(hr)) {
                 handlers[slot] = std::move(handler);

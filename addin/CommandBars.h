@@ -17,6 +17,9 @@ using ButtonHandlers = std::array<ComPtr<CButtonHandler>, kButtonHandlerCount>;
 struct CommandBarOptions {
     bool attachments;  // the attachment button, where the ribbon would show it
     bool noSettings;   // the setting "Nosettings": no settings button
+    // An Outlook inspector whose command bars these are, or null: in an inspector the archive
+    // and attachment buttons act on its open item, as the ribbon's read window does.
+    IDispatch* inspector = nullptr;
 };
 
 // Sets up the buttons on `commandBars` (a host's CommandBars collection) and fills `handlers`

@@ -2,7 +2,9 @@
 
 #include <cwchar>
 #include <string>
+#include <utility>
 
+#include "addin/EventConnection.h"
 #include "addin/Ribbon.h"
 #include "addin/commands/ArchiveCommands.h"
 #include "addin/commands/DialogCommands.h"
@@ -38,21 +40,6 @@ public:
     }
 };
 
-// The object argument of a callback: the first argument, which Invoke receives last.
-ComPtr<IDispatch> FirstObjectArgument(const DISPPARAMS& params) {
-    ComPtr<IDispatch> object;
-    if (params.cArgs < 1 || !params.rgvarg) {
-        return object;
-    }
-    const VARIANT& first = params.rgvarg[params.cArgs - 1];
-    if (first.vt == VT_DISPATCH) {
-        object = ComPtr<IDispatch>(first.pdispVal);
-    } else if (first.vt == (VT_DISPATCH | VT_BYREF) && first.ppdispVal) {
-        object = ComPtr<IDispatch>(*first.ppdispVal);
-    }
-    return object;
-}
-
 // The loadImage callback: the image name is its first argument; the picture is its result.
 HRESULT LoadImageCallback(const DISPPARAMS& params, VARIANT* result) {
     if (params.cArgs < 1 || !params.rgvarg) {
@@ -64,6 +51,19 @@ HRESULT LoadImageCallback(const DISPPARAMS& params, VARIANT* result) {
         return hr;
     }
     return LoadRibbonImage(name.bstrVal ? name.bstrVal : L"", result);
+}
+
+// A sink on one of Outlook's window collections, connected; null when the collection offers no
+// events (the windows it opens then go without buttons, the rest of the add-in works on).
+template <class Sink>
+ComPtr<Sink> ConnectedCollectionSink(WindowEventTarget& target, IDispatch* collection) {
+    ComPtr<Sink> sink = MakeComObject<Sink>(target);
+    const HRESULT hr = sink->Connect(collection);
+    if (FAILED(hr)) {
+        LogError(L"Failed to advise the window events! hr = 0x%08X\n", hr);
+        sink.reset();
+    }
+    return sink;
 }
 
 }  // namespace
@@ -102,7 +102,16 @@ HRESULT CTalvornAddin::Invoke(DISPID id, REFIID riid, LCID, WORD, DISPPARAMS* pa
         if (id == kCallbackGetImage) {
             return LoadImageCallback(*params, result);
         }
-        RunCommand(id, *params, application.get());
+        ComPtr<IDispatch> window;
+        if (id == kCallbackArchiveSingleOutlook || id == kCallbackAttachmentSingleOutlook) {
+            // The window of the ribbon control; without it there is no item: nothing happens.
+            const ComPtr<IDispatch> control = FirstObjectArgument(params);
+            if (!control ||
+                FAILED(GetObjectPropertyNoThrow(control.get(), L"Context", window.put()))) {
+                return S_OK;
+            }
+        }
+        RunCommand(id, window.get(), application.get());
         return S_OK;
     } catch (...) {
         HRESULT hr = HResultFromCaughtException();
@@ -112,7 +121,7 @@ HRESULT CTalvornAddin::Invoke(DISPID id, REFIID riid, LCID, WORD, DISPPARAMS* pa
     }
 }
 
-void CTalvornAddin::RunCommand(DISPID id, const DISPPARAMS& params, IDispatch* application) {
+void CTalvornAddin::RunCommand(DISPID id, IDispatch* window, IDispatch* application) {
     // A click while a command's dialog is open is not a second command.
     if (m_commandRunning) {
         LogWarning(L"Ribbon callback %d ignored: a command is still running.\n",
@@ -135,20 +144,15 @@ void CTalvornAddin::RunCommand(DISPID id, const DISPPARAMS& params, IDispatch* a
         OnAttachment(context, nullptr);
         break;
     case kCallbackArchiveSingleOutlook:
-    case kCallbackAttachmentSingleOutlook: {
-        ComPtr<IDispatch> control = FirstObjectArgument(params);
-        ComPtr<IDispatch> window;
-        // Without the button's window there is no item to archive: nothing happens.
-        if (control &&
-            SUCCEEDED(GetObjectPropertyNoThrow(control.get(), L"Context", window.put()))) {
-            if (id == kCallbackArchiveSingleOutlook) {
-                OnArchiveSingleOutlook(context, window.get());
-            } else {
-                OnAttachmentSingleOutlook(context, window.get());
-            }
+        if (window) {
+            OnArchiveSingleOutlook(context, window);
         }
         break;
-    }
+    case kCallbackAttachmentSingleOutlook:
+        if (window) {
+            OnAttachmentSingleOutlook(context, window);
+        }
+        break;
     case kCallbackSettings:
         OnSettings();
         break;
@@ -162,15 +166,82 @@ void CTalvornAddin::RunCommand(DISPID id, const DISPPARAMS& params, IDispatch* a
 
 CTalvornAddin::~CTalvornAddin() {
     // Released without a shutdown: no sink may call back into a destroyed add-in.
-    ReleaseButtonHandlers(m_buttonHandlers);
+    ReleaseSinks();
 }
 
-void CTalvornAddin::RunButtonCommand(DISPID command) {
+void CTalvornAddin::RunButtonCommand(DISPID command, IDispatch* window) {
     // The command's dialogs run a message loop in which the host may release the add-in.
     const ComPtr<CTalvornAddin> self(this);
     const ComPtr<IDispatch> application = m_application;
-    const DISPPARAMS noArguments{};
-    RunCommand(command, noArguments, application.get());
+    RunCommand(command, window, application.get());
+}
+
+CommandBarOptions CTalvornAddin::ButtonOptions() const {
+    return CommandBarOptions{m_hostKind == kHostOutlook && m_settings.IsOn(L"Attachments"),
+                             m_settings.IsOn(L"Nosettings")};
+}
+
+void CTalvornAddin::ExplorerOpened(IDispatch* explorer) {
+    ComPtr<CExplorerHandler> handler = MakeComObject<CExplorerHandler>(
+        static_cast<WindowEventTarget&>(*this), static_cast<ButtonCommandTarget&>(*this));
+    const HRESULT hr = handler->Connect(explorer, ButtonOptions());
+    if (FAILED(hr)) {
+        LogError(L"Failed to add the buttons to the new explorer! hr = 0x%08X\n", hr);
+        return;
+    }
+    m_explorerHandlers.push_back(std::move(handler));
+}
+
+void CTalvornAddin::InspectorOpened(IDispatch* inspector) {
+    ComPtr<CInspectorHandler> handler = MakeComObject<CInspectorHandler>(
+        static_cast<WindowEventTarget&>(*this), static_cast<ButtonCommandTarget&>(*this));
+    const HRESULT hr = handler->Connect(inspector, ButtonOptions());
+    if (FAILED(hr)) {
+        LogError(L"Failed to add the buttons to the new inspector! hr = 0x%08X\n", hr);
+        return;
+    }
+    m_inspectorHandlers.push_back(std::move(handler));
+}
+
+namespace {
+
+// Takes `handler` out of `handlers`, disconnected.
+template <class Handler>
+void DropHandler(std::vector<ComPtr<Handler>>& handlers, Handler& handler) {
+    const ComPtr<Handler> held(&handler);
+    std::erase_if(handlers,
+                  [&handler](const ComPtr<Handler>& entry) { return entry.get() == &handler; });
+    handler.Disconnect();
+}
+
+}  // namespace
+
+void CTalvornAddin::ExplorerClosed(CExplorerHandler& handler) {
+    DropHandler(m_explorerHandlers, handler);
+}
+
+void CTalvornAddin::InspectorClosed(CInspectorHandler& handler) {
+    DropHandler(m_inspectorHandlers, handler);
+}
+
+void CTalvornAddin::ReleaseSinks() noexcept {
+    ReleaseButtonHandlers(m_buttonHandlers);
+    // Each window's sink goes with its collection's: a window open at shutdown keeps no
+    // connection either.
+    if (m_explorersHandler) {
+        m_explorersHandler->Disconnect();
+        m_explorersHandler.reset();
+    }
+    for (const ComPtr<CExplorerHandler>& handler : std::exchange(m_explorerHandlers, {})) {
+        handler->Disconnect();
+    }
+    if (m_inspectorsHandler) {
+        m_inspectorsHandler->Disconnect();
+        m_inspectorsHandler.reset();
+    }
+    for (const ComPtr<CInspectorHandler>& handler : std::exchange(m_inspectorHandlers, {})) {
+        handler->Disconnect();
+    }
 }
 
 HRESULT CTalvornAddin::OnConnection(IDispatch* application, ext_ConnectMode connectMode, IDispatch*,
@@ -197,6 +268,8 @@ HRESULT CTalvornAddin::OnStartupComplete(SAFEARRAY**) {
 }
 
 HRESULT CTalvornAddin::StartUp() {
+    // A second start-up starts over: no sink of the first stays advised.
+    ReleaseSinks();
     HRESULT hr = m_settings.LoadSettings();
     if (FAILED(hr)) {
         LogError(L"Failed to load settings!\n");
@@ -248,9 +321,7 @@ HRESULT CTalvornAddin::StartUp() {
         LogInfo(L"cancel OnStartupComplete, we want to use Ribbons!\n");
         return S_OK;
     }
-    const CommandBarOptions options{m_hostKind == kHostOutlook && m_settings.IsOn(L"Attachments"),
-                                    m_settings.IsOn(L"Nosettings")};
-    hr = SetUpCommandBars(commandBars.get(), options, *this, m_buttonHandlers);
+    hr = SetUpCommandBars(commandBars.get(), ButtonOptions(), *this, m_buttonHandlers);
     if (FAILED(hr)) {
         return hr;
     }
@@ -269,25 +340,28 @@ HRESULT CTalvornAddin::ReadOutlookWindows(ComPtr<IDispatch>& commandBars) {
         return hr;
     }
     if (m_settings.IsOn(L"MultiProcess")) {
-        Variant explorers;
-        hr = GetPropertyNoThrow(m_application.get(), L"Explorers", &explorers);
+        // Further explorer windows get buttons only when several windows are the setting.
+        ComPtr<IDispatch> explorers;
+        hr = GetObjectPropertyNoThrow(m_application.get(), L"Explorers", explorers.put());
         if (FAILED(hr)) {
             // The Explorers failure has always been reported with the ActiveExplorer text.
             LogError(L"Failed to access ActiveExplorer property! hr = 0x%08X\n", hr);
             return hr;
         }
+        m_explorersHandler = ConnectedCollectionSink<CExplorersHandler>(*this, explorers.get());
     }
     hr = GetObjectPropertyNoThrow(explorer.get(), L"CommandBars", commandBars.put());
     if (FAILED(hr)) {
         LogError(L"Failed to access CommandBars property! hr = 0x%08X\n", hr);
         return hr;
     }
-    Variant inspectors;
-    hr = GetPropertyNoThrow(m_application.get(), L"Inspectors", &inspectors);
+    ComPtr<IDispatch> inspectors;
+    hr = GetObjectPropertyNoThrow(m_application.get(), L"Inspectors", inspectors.put());
     if (FAILED(hr)) {
         LogError(L"Failed to access Inspectors property! hr = 0x%08X\n", hr);
         return hr;
     }
+    m_inspectorsHandler = ConnectedCollectionSink<CInspectorsHandler>(*this, inspectors.get());
     return S_OK;
 }
 
@@ -318,7 +392,7 @@ bool CTalvornAddin::UsesCommandBars() const noexcept {
 
 HRESULT CTalvornAddin::OnBeginShutdown(SAFEARRAY**) {
     if (UsesCommandBars()) {
-        ReleaseButtonHandlers(m_buttonHandlers);
+        ReleaseSinks();
     } else {
         LogInfo(L"cancel OnBeginShutdown, we used Ribbons!\n");
     }

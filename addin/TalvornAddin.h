@@ -7,8 +7,14 @@
 #include <windows.h>
 
 #include <cstdint>
+#include <vector>
 
 #include "addin/CommandBars.h"
+#include "addin/ExplorerHandler.h"
+#include "addin/ExplorersHandler.h"
+#include "addin/InspectorHandler.h"
+#include "addin/InspectorsHandler.h"
+#include "addin/WindowEventTarget.h"
 #include "addin/OfficeInterfaces.h"
 #include "addin/commands/CaptureRoutines.h"
 #include "addin/commands/HostCaptureRoutines.h"
@@ -24,7 +30,8 @@ class CTalvornAddin final
     : public ComObject<CTalvornAddin, LiveCount::Counted,
                        Implements<IDTExtensibility2, IID_IDTExtensibility2, IID_IDispatch>,
                        Implements<IRibbonExtensibility, IID_IRibbonExtensibility>>,
-      private ButtonCommandTarget {
+      private ButtonCommandTarget,
+      private WindowEventTarget {
 public:
     CTalvornAddin() = default;
 
@@ -54,18 +61,33 @@ private:
     ~CTalvornAddin() override;
 
     // A command-bar button's click.
-    void RunButtonCommand(DISPID command) override;
+    void RunButtonCommand(DISPID command, IDispatch* window) override;
+    // Outlook's windows opening and closing (command-bar mode).
+    void ExplorerOpened(IDispatch* explorer) override;
+    void InspectorOpened(IDispatch* inspector) override;
+    void ExplorerClosed(CExplorerHandler& handler) override;
+    void InspectorClosed(CInspectorHandler& handler) override;
+    CommandBarOptions ButtonOptions() const;
+    // Disconnects and releases every sink, in the order the shutdown gives.
+    void ReleaseSinks() noexcept;
 
     HRESULT StartUp();
     // The mode is never stored: ribbon from version 12 (Outlook from 14), command bars below.
     bool UsesCommandBars() const noexcept;
     HRESULT ReadOutlookWindows(ComPtr<IDispatch>& commandBars);
     HRESULT MarkWordTemplateSaved();
-    void RunCommand(DISPID id, const DISPPARAMS& params, IDispatch* application);
+    // `window`: the window a single-item command acts on (it has "CurrentItem").
+    void RunCommand(DISPID id, IDispatch* window, IDispatch* application);
 
     ComPtr<IDispatch> m_application;
     int32_t m_hostKind = 0;
     ButtonHandlers m_buttonHandlers;
+    // Outlook before the ribbon: the sinks on the window collections and on every window opened
+    // since start-up, each window's sink with the buttons of that window.
+    ComPtr<CExplorersHandler> m_explorersHandler;
+    ComPtr<CInspectorsHandler> m_inspectorsHandler;
+    std::vector<ComPtr<CExplorerHandler>> m_explorerHandlers;
+    std::vector<ComPtr<CInspectorHandler>> m_inspectorHandlers;
     CTDCSettings m_settings;
     int32_t m_hostMajorVersion = 0;
     CHostCaptureRoutines m_captures;

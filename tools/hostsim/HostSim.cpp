@@ -240,12 +240,16 @@ std::unique_ptr<FakeOutlook> Outlook(const Options& options) {
     return outlook;
 }
 
-// The toolbar button of a ribbon button's command (none for the single-item buttons).
+// The toolbar button of a ribbon button's command; the single-item commands are the archive and
+// attachment buttons of an inspector's toolbar.
 std::wstring CommandBarTag(const std::wstring& button) {
-    const std::pair<const wchar_t*, const wchar_t*> tags[] = {{L"Archive", L"TLPMBTDX2_0001"},
-                                                              {L"Settings", L"TLPMBTDX2_0002"},
-                                                              {L"Info", L"TLPMBTDX2_0003"},
-                                                              {L"Attachment", L"TLPMBTDX2_0004"}};
+    const std::pair<const wchar_t*, const wchar_t*> tags[] = {
+        {L"Archive", L"TLPMBTDX2_0001"},
+        {L"Settings", L"TLPMBTDX2_0002"},
+        {L"Info", L"TLPMBTDX2_0003"},
+        {L"Attachment", L"TLPMBTDX2_0004"},
+        {L"ArchiveSingleOutlook", L"TLPMBTDX2_0001"},
+        {L"AttachmentSingleOutlook", L"TLPMBTDX2_0004"}};
     for (const auto& [name, tag] : tags) {
         if (button == name) {
             return tag;
@@ -260,15 +264,8 @@ ComPtr<FakeDispatch> Application(const Options& options, FakeOfficeHost* office,
     ComPtr<FakeDispatch> application(office ? &office->Application() : &outlook->Application());
     application->SetProperty(L"Name", options.host->applicationName)
         .SetProperty(L"Version", options.version.c_str());
-    if (outlook) {
-        // Outlook's command bars are its explorer's; the window collections are there to be read.
-        outlook->Explorer().SetProperty(L"CommandBars",
-                                        static_cast<IDispatch*>(&commandBars.Collection()));
-        ComPtr<FakeDispatch> explorers = FakeDispatch::Create();
-        ComPtr<FakeDispatch> inspectors = FakeDispatch::Create();
-        application->SetProperty(L"Explorers", static_cast<IDispatch*>(explorers.get()))
-            .SetProperty(L"Inspectors", static_cast<IDispatch*>(inspectors.get()));
-    } else {
+    // Outlook's command bars are its windows' own.
+    if (!outlook) {
         application->SetProperty(L"CommandBars",
                                  static_cast<IDispatch*>(&commandBars.Collection()));
     }
@@ -482,9 +479,6 @@ int Run(const Options& options) {
     std::unique_ptr<FakeRedemption> redemption;
     if (options.host->kind == kHostOutlook) {
         outlook = Outlook(options);
-        if (IsSingleItemButton(options.button) && outlook->ItemCount() > 0) {
-            outlook->Inspect(0);
-        }
         registration.emplace(options.redemption);
         if (options.redemption) {
             redemption = std::make_unique<FakeRedemption>(*outlook);
@@ -502,6 +496,12 @@ int Run(const Options& options) {
     hr = addin->OnConnection(application.get(), ext_cm_Startup, nullptr, &custom);
     HRESULT started = addin->OnStartupComplete(&custom);
     Print(L"OnConnection: " + Hex(hr) + L", OnStartupComplete: " + Hex(started) + L"\n");
+    // The item is opened once Outlook runs with the add-in, which sees the inspector open.
+    FakeEventSource* inspector = nullptr;
+    if (outlook && IsSingleItemButton(options.button) && outlook->ItemCount() > 0) {
+        inspector = &outlook->Inspect(0);
+        Print(L"opened the first item in an inspector\n");
+    }
 
     ComPtr<IRibbonExtensibility> ribbon;
     addin.query_to(ribbon.put());
@@ -536,16 +536,29 @@ int Run(const Options& options) {
     }
 
     // Hosts before the ribbon show the add-in's command-bar buttons; a click goes to the button.
-    const std::vector<FakeCommandBarButton*> buttons = commandBars.Buttons();
-    if (!buttons.empty()) {
-        Print(L"\ncommand-bar buttons:\n");
+    // Outlook's are on its explorer and on each inspector.
+    FakeCommandBars& windowBars = outlook ? outlook->ExplorerBars() : commandBars;
+    const size_t inspectors =
+        outlook ? outlook->WindowCount(FakeOutlook::WindowKind::Inspector) : 0;
+    FakeCommandBars* inspectorBars =
+        inspectors ? &outlook->WindowBars(FakeOutlook::WindowKind::Inspector, inspectors - 1)
+                   : nullptr;
+    for (FakeCommandBars* bars : {&windowBars, inspectorBars}) {
+        const std::vector<FakeCommandBarButton*> buttons =
+            bars ? bars->Buttons() : std::vector<FakeCommandBarButton*>();
+        if (!buttons.empty()) {
+            Print(bars == inspectorBars ? L"\ncommand-bar buttons of the inspector:\n"
+                                        : L"\ncommand-bar buttons:\n");
+        }
         for (FakeCommandBarButton* button : buttons) {
             Print(L"  " + TextOf(button->Properties(), L"Tag") + L" \"" +
                   TextOf(button->Properties(), L"Caption") + L"\", " +
                   std::to_wstring(button->Clicks().ConnectionCount()) + L" click sink(s)\n");
         }
     }
-    FakeCommandBarButton* commandBarButton = commandBars.Button(CommandBarTag(options.button));
+    FakeCommandBars* clickedBars = IsSingleItemButton(options.button) ? inspectorBars : &windowBars;
+    FakeCommandBarButton* commandBarButton =
+        clickedBars ? clickedBars->Button(CommandBarTag(options.button)) : nullptr;
     const std::wstring callback = commandBarButton
                                       ? L"command-bar button " + CommandBarTag(options.button)
                                       : L"TalvornAddin." + options.button;
@@ -563,11 +576,11 @@ int Run(const Options& options) {
         // The ribbon passes its control; the control's Context is the window of the button
         // (Outlook's explorer, or the inspector of the first item for the single-item buttons).
         ComPtr<FakeDispatch> control = FakeDispatch::Create();
-        FakeDispatch* context = !outlook                             ? application.get()
-                                : IsSingleItemButton(options.button) ? &outlook->Inspector()
-                                                                     : &outlook->Explorer();
-        control->SetProperty(L"Id", L"TLPMBTDX2_0001")
-            .SetProperty(L"Context", static_cast<IDispatch*>(context));
+        IDispatch* context = !outlook ? static_cast<IDispatch*>(application.get())
+                             : IsSingleItemButton(options.button)
+                                 ? static_cast<IDispatch*>(inspector)
+                                 : static_cast<IDispatch*>(&outlook->Explorer());
+        control->SetProperty(L"Id", L"TLPMBTDX2_0001").SetProperty(L"Context", context);
         Variant argument(static_cast<IDispatch*>(control.get()));
         DISPPARAMS params{&argument, nullptr, 1, 0};
         std::optional<AttachmentChooser> chooser;
@@ -584,6 +597,12 @@ int Run(const Options& options) {
     PrintBytes(url.empty() ? std::string("(nothing)\n") : url);
     ShowHandOffs(url);
 
+    if (inspector) {
+        // Closing the window takes its buttons' sinks with it.
+        outlook->CloseWindow(FakeOutlook::WindowKind::Inspector, inspectors - 1);
+        Print(L"\nclosed the inspector; click sinks left on its buttons: " +
+              std::to_wstring(inspectorBars->ConnectionCount()) + L"\n");
+    }
     addin->OnBeginShutdown(&custom);
     addin->OnDisconnection(ext_dm_HostShutdown, &custom);
     ribbon.reset();

@@ -188,6 +188,69 @@ HRESULT FakeCommandBarButton::FindConnectionPoint(REFIID riid, IConnectionPoint*
     return S_OK;
 }
 
+// --- FakeEventSource
+
+FakeEventSource::FakeEventSource(std::vector<IID> events) {
+    for (const IID& iid : events) {
+        m_points.push_back(MakeComObject<FakeConnectionPoint>(iid));
+    }
+}
+
+void FakeEventSource::Fire(DISPID id, const std::vector<VARIANT>& args) {
+    const ComPtr<FakeEventSource> self(this);
+    for (const ComPtr<FakeConnectionPoint>& point : m_points) {
+        point->Fire(id, args);
+    }
+}
+
+size_t FakeEventSource::ConnectionCount() const {
+    size_t count = 0;
+    for (const ComPtr<FakeConnectionPoint>& point : m_points) {
+        count += point->ConnectionCount();
+    }
+    return count;
+}
+
+FakeConnectionPoint* FakeEventSource::Point(REFIID events) const {
+    for (const ComPtr<FakeConnectionPoint>& point : m_points) {
+        IID iid{};
+        if (SUCCEEDED(point->GetConnectionInterface(&iid)) && iid == events) {
+            return point.get();
+        }
+    }
+    return nullptr;
+}
+
+HRESULT FakeEventSource::GetIDsOfNames(REFIID riid, LPOLESTR* names, UINT count, LCID lcid,
+                                       DISPID* ids) noexcept {
+    return m_properties->GetIDsOfNames(riid, names, count, lcid, ids);
+}
+
+HRESULT FakeEventSource::Invoke(DISPID id, REFIID riid, LCID lcid, WORD flags, DISPPARAMS* params,
+                                VARIANT* result, EXCEPINFO* excep, UINT* argError) noexcept {
+    return m_properties->Invoke(id, riid, lcid, flags, params, result, excep, argError);
+}
+
+HRESULT FakeEventSource::EnumConnectionPoints(IEnumConnectionPoints** points) noexcept {
+    if (!points) {
+        return E_POINTER;
+    }
+    *points = nullptr;
+    return E_NOTIMPL;
+}
+
+HRESULT FakeEventSource::FindConnectionPoint(REFIID riid, IConnectionPoint** point) noexcept {
+    if (!point) {
+        return E_POINTER;
+    }
+    *point = Point(riid);
+    if (!*point) {
+        return CONNECT_E_NOCONNECTION;
+    }
+    (*point)->AddRef();
+    return S_OK;
+}
+
 // --- FakeCommandBars
 
 IDispatch* FakeCommandBars::Control::Object() const {

@@ -90,6 +90,42 @@ private:
     std::string m_mask;
 };
 
+// An automation object with events, such as an Outlook window or window collection: its
+// properties and methods are a FakeDispatch's, its events go out through one connection point per
+// event interface it sources.
+class FakeEventSource final
+    : public ComObject<FakeEventSource, LiveCount::NotCounted, Implements<IDispatch, IID_IDispatch>,
+                       Implements<IConnectionPointContainer, IID_IConnectionPointContainer>> {
+public:
+    explicit FakeEventSource(std::vector<IID> events);
+
+    FakeDispatch& Properties() noexcept { return *m_properties.get(); }
+    // Invokes `id` with `args` (in their natural order) on the sinks of every event interface.
+    void Fire(DISPID id, const std::vector<VARIANT>& args);
+    // Advise connections open on all its connection points.
+    size_t ConnectionCount() const;
+    // The connection point of `events`, or null.
+    FakeConnectionPoint* Point(REFIID events) const;
+    using ComObject::RefCount;
+
+    HRESULT STDMETHODCALLTYPE GetIDsOfNames(REFIID riid, LPOLESTR* names, UINT count, LCID lcid,
+                                            DISPID* ids) noexcept override;
+    HRESULT STDMETHODCALLTYPE Invoke(DISPID id, REFIID riid, LCID lcid, WORD flags,
+                                     DISPPARAMS* params, VARIANT* result, EXCEPINFO* excep,
+                                     UINT* argError) noexcept override;
+    HRESULT STDMETHODCALLTYPE
+    EnumConnectionPoints(IEnumConnectionPoints** points) noexcept override;
+    HRESULT STDMETHODCALLTYPE FindConnectionPoint(REFIID riid,
+                                                  IConnectionPoint** point) noexcept override;
+
+private:
+    friend ComObject;
+    ~FakeEventSource() override = default;
+
+    ComPtr<FakeDispatch> m_properties = FakeDispatch::Create();
+    std::vector<ComPtr<FakeConnectionPoint>> m_points;
+};
+
 class FakeCommandBars {
 public:
     FakeCommandBars();

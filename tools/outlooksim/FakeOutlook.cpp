@@ -5,6 +5,8 @@
 #include <mapiutil.h>
 
 #include <algorithm>
+#include <memory>
+#include <utility>
 #include <stdexcept>
 
 #include "common/UniqueResource.h"
@@ -25,6 +27,17 @@ constexpr IID OutlookInterface(DWORD first) {
 
 constexpr IID kIidApplication = OutlookInterface(0x00063001);
 constexpr IID kIidNameSpace = OutlookInterface(0x00063002);
+
+// The window events: ExplorersEvents, InspectorsEvents, ExplorerEvents(_10),
+// InspectorEvents(_10), with NewExplorer/NewInspector and Close.
+constexpr IID kExplorersEvents = OutlookInterface(0x00063078);
+constexpr IID kInspectorsEvents = OutlookInterface(0x00063079);
+constexpr IID kExplorerEvents = OutlookInterface(0x0006304F);
+constexpr IID kExplorerEvents10 = OutlookInterface(0x0006300F);
+constexpr IID kInspectorEvents = OutlookInterface(0x0006307D);
+constexpr IID kInspectorEvents10 = OutlookInterface(0x0006302A);
+constexpr DISPID kNewWindow = 0xF001;
+constexpr DISPID kClose = 0xF008;
 
 // Which Outlook item interface a message class is reached through. "IPM.Note" stands for every
 // class of the mail family, "IPM.Schedule.Meeting" for the meeting requests and responses.
@@ -83,7 +96,8 @@ void ThrowIfFailed(HRESULT hr, const char* what) {
 }
 
 // A collection's Item(i), counted from 1.
-HRESULT ItemAt(const std::vector<ComPtr<FakeDispatch>>& list, const Args& args, VARIANT* result) {
+template <class Object>
+HRESULT ItemAt(const std::vector<ComPtr<Object>>& list, const Args& args, VARIANT* result) {
     if (args.size() != 1) {
         return DISP_E_BADPARAMCOUNT;
     }
@@ -94,8 +108,74 @@ HRESULT ItemAt(const std::vector<ComPtr<FakeDispatch>>& list, const Args& args, 
     if (index.lVal < 1 || static_cast<size_t>(index.lVal) > list.size()) {
         return DISP_E_BADINDEX;
     }
-    return PutObject(result, list[static_cast<size_t>(index.lVal) - 1].get());
+    return PutObject(result,
+                     static_cast<IDispatch*>(list[static_cast<size_t>(index.lVal) - 1].get()));
 }
+
+// An Outlook window: its automation object and its command bars.
+struct OutlookWindow {
+    ComPtr<FakeEventSource> object;
+    std::unique_ptr<FakeCommandBars> bars;
+};
+
+// One kind of window: every one opened, and the collection listing the open ones.
+struct WindowList {
+    WindowList(const IID& collectionEvents, std::vector<IID> windowEvents)
+        : events(std::move(windowEvents)),
+          collection(MakeComObject<FakeEventSource>(std::vector<IID>{collectionEvents})),
+          open(std::make_shared<std::vector<ComPtr<FakeEventSource>>>()) {
+        std::weak_ptr<std::vector<ComPtr<FakeEventSource>>> weak = open;
+        collection->Properties()
+            .SetComputedProperty(L"Count",
+                                 [weak](const Args& args, VARIANT* result) {
+                                     auto held = weak.lock();
+                                     if (!args.empty() || !held) {
+                                         return args.empty() ? E_UNEXPECTED : DISP_E_BADPARAMCOUNT;
+                                     }
+                                     result->vt = VT_I4;
+                                     result->lVal = static_cast<LONG>(held->size());
+                                     return S_OK;
+                                 })
+            .SetMethod(L"Item", [weak](const Args& args, VARIANT* result) {
+                auto held = weak.lock();
+                return held ? ItemAt(*held, args, result) : E_UNEXPECTED;
+            });
+    }
+
+    // A new window, prepared, listed and announced to the collection's sinks.
+    template <class Prepare>
+    FakeEventSource& Open(Prepare prepare) {
+        OutlookWindow window{MakeComObject<FakeEventSource>(events),
+                             std::make_unique<FakeCommandBars>()};
+        window.object->Properties().SetProperty(
+            L"CommandBars", static_cast<IDispatch*>(&window.bars->Collection()));
+        prepare(*window.object.get());
+        all.push_back(std::move(window));
+        FakeEventSource& opened = *all.back().object.get();
+        open->push_back(ComPtr<FakeEventSource>(&opened));
+        VARIANT argument;
+        argument.vt = VT_DISPATCH;
+        argument.pdispVal = static_cast<IDispatch*>(&opened);
+        collection->Fire(kNewWindow, {argument});
+        return opened;
+    }
+
+    void Close(size_t index) {
+        FakeEventSource* window = all.at(index).object.get();
+        if (std::find_if(open->begin(), open->end(), [window](const auto& entry) {
+                return entry.get() == window;
+            }) == open->end()) {
+            return;
+        }
+        window->Fire(kClose, {});
+        std::erase_if(*open, [window](const auto& entry) { return entry.get() == window; });
+    }
+
+    std::vector<IID> events;
+    ComPtr<FakeEventSource> collection;
+    std::shared_ptr<std::vector<ComPtr<FakeEventSource>>> open;
+    std::vector<OutlookWindow> all;
+};
 
 // The store all items live in, and the folder the explorer shows: its long-term entry ids.
 constexpr BYTE kStoreId[] = {0,    0,    0,    0,    0x9E, 0x6A, 0x3D, 0x51, 0x7C, 0x42, 0x4B, 0x1F,
@@ -137,10 +217,14 @@ struct FakeOutlook::State {
     ComPtr<FakeDispatch> nameSpace = FakeDispatch::Create();
     ComPtr<FakeDispatch> folder = FakeDispatch::Create();
     ComPtr<FakeDispatch> folderItems = FakeDispatch::Create();
-    ComPtr<FakeDispatch> inspector = FakeDispatch::Create();
+    FakeCommandBars explorerBars;
+    WindowList explorers{kExplorersEvents, {kExplorerEvents10, kExplorerEvents}};
+    WindowList inspectors{kInspectorsEvents, {kInspectorEvents10, kInspectorEvents}};
     std::shared_ptr<Contents> contents = std::make_shared<Contents>();
-    std::shared_ptr<ComPtr<FakeDispatch>> activeInspector =
-        std::make_shared<ComPtr<FakeDispatch>>();
+
+    WindowList& Windows(WindowKind kind) {
+        return kind == WindowKind::Explorer ? explorers : inspectors;
+    }
     std::vector<Item> items;
     ULONG nextEntryId = 1;
 
@@ -165,12 +249,20 @@ FakeOutlook::FakeOutlook(std::wstring version) : m_state(std::make_unique<State>
     state.application->SetMethod(L"ActiveExplorer", [explorer](const Args& args, VARIANT* result) {
         return args.empty() ? PutObject(result, explorer.get()) : DISP_E_BADPARAMCOUNT;
     });
-    // Nothing until an item is opened in an inspector.
-    auto activeInspector = state.activeInspector;
+    // The inspector opened last and still open; Nothing until an item is opened in one.
+    std::weak_ptr<std::vector<ComPtr<FakeEventSource>>> openInspectors = state.inspectors.open;
     state.application->SetMethod(
-        L"ActiveInspector", [activeInspector](const Args& args, VARIANT* result) {
-            return args.empty() ? PutObject(result, activeInspector->get()) : DISP_E_BADPARAMCOUNT;
+        L"ActiveInspector", [openInspectors](const Args& args, VARIANT* result) {
+            auto held = openInspectors.lock();
+            if (!args.empty() || !held) {
+                return args.empty() ? E_UNEXPECTED : DISP_E_BADPARAMCOUNT;
+            }
+            return PutObject(result,
+                             held->empty() ? nullptr : static_cast<IDispatch*>(held->back().get()));
         });
+    state.application
+        ->SetProperty(L"Explorers", static_cast<IDispatch*>(state.explorers.collection.get()))
+        .SetProperty(L"Inspectors", static_cast<IDispatch*>(state.inspectors.collection.get()));
     state.application->SetMethod(L"GetNamespace", [nameSpace](const Args& args, VARIANT* result) {
         if (args.size() != 1) {
             return DISP_E_BADPARAMCOUNT;
@@ -181,7 +273,8 @@ FakeOutlook::FakeOutlook(std::wstring version) : m_state(std::make_unique<State>
         return PutObject(result, nameSpace.get());
     });
     state.explorer->SetProperty(L"Selection", static_cast<IDispatch*>(state.selection.get()))
-        .SetProperty(L"CurrentFolder", static_cast<IDispatch*>(state.folder.get()));
+        .SetProperty(L"CurrentFolder", static_cast<IDispatch*>(state.folder.get()))
+        .SetProperty(L"CommandBars", static_cast<IDispatch*>(&state.explorerBars.Collection()));
 
     std::weak_ptr<State::Contents> contents = state.contents;
     state.selection->SetComputedProperty(L"Count", [contents](const Args& args, VARIANT* result) {
@@ -274,7 +367,10 @@ FakeDispatch& FakeOutlook::Explorer() const { return *m_state->explorer.get(); }
 FakeDispatch& FakeOutlook::Selection() const { return *m_state->selection.get(); }
 FakeDispatch& FakeOutlook::Namespace() const { return *m_state->nameSpace.get(); }
 FakeDispatch& FakeOutlook::Folder() const { return *m_state->folder.get(); }
-FakeDispatch& FakeOutlook::Inspector() const { return *m_state->inspector.get(); }
+FakeEventSource* FakeOutlook::Inspector() const {
+    const auto& open = *m_state->inspectors.open;
+    return open.empty() ? nullptr : open.back().get();
+}
 
 FakeDispatch& FakeOutlook::SelectItemText(const std::wstring& text) {
     return AddItemText(text, true);
@@ -462,13 +558,46 @@ void FakeOutlook::Delete(size_t index) {
     m_state->contents->Remove(m_state->items.at(index).dispatch.get());
 }
 
-FakeDispatch& FakeOutlook::Inspect(size_t index) {
+FakeEventSource& FakeOutlook::Inspect(size_t index) {
     State& state = *m_state;
-    state.inspector->SetProperty(L"CurrentItem",
-                                 static_cast<IDispatch*>(state.items.at(index).dispatch.get()));
-    *state.activeInspector = state.inspector;
-    return *state.inspector.get();
+    IDispatch* item = state.items.at(index).dispatch.get();
+    // The item is there before the inspector is announced, as in Outlook.
+    FakeEventSource& inspector = state.inspectors.Open(
+        [item](FakeEventSource& window) { window.Properties().SetProperty(L"CurrentItem", item); });
+    return inspector;
 }
+
+size_t FakeOutlook::OpenExplorer() {
+    State& state = *m_state;
+    state.explorers.Open([](FakeEventSource&) {});
+    return state.explorers.all.size() - 1;
+}
+
+size_t FakeOutlook::WindowCount(WindowKind kind) const { return m_state->Windows(kind).all.size(); }
+
+FakeEventSource& FakeOutlook::Window(WindowKind kind, size_t index) const {
+    return *m_state->Windows(kind).all.at(index).object.get();
+}
+
+FakeCommandBars& FakeOutlook::WindowBars(WindowKind kind, size_t index) const {
+    return *m_state->Windows(kind).all.at(index).bars;
+}
+
+void FakeOutlook::CloseWindow(WindowKind kind, size_t index) {
+    m_state->Windows(kind).Close(index);
+    if (kind == WindowKind::Inspector) {
+        // A closed inspector lets go of its item.
+        Window(kind, index)
+            .Properties()
+            .SetProperty(L"CurrentItem", static_cast<IDispatch*>(nullptr));
+    }
+}
+
+FakeCommandBars& FakeOutlook::ExplorerBars() const { return m_state->explorerBars; }
+
+FakeEventSource& FakeOutlook::Explorers() const { return *m_state->explorers.collection.get(); }
+
+FakeEventSource& FakeOutlook::Inspectors() const { return *m_state->inspectors.collection.get(); }
 
 void FakeOutlook::AddAddressBookEntry(const std::vector<BYTE>& entryId,
                                       const std::wstring& displayName,
@@ -485,7 +614,14 @@ RefCountList FakeOutlook::RefCounts() const {
                         {L"Namespace", state.nameSpace->RefCount()},
                         {L"Folder", state.folder->RefCount()},
                         {L"Folder items", state.folderItems->RefCount()},
-                        {L"Inspector", state.inspector->RefCount()}};
+                        {L"Explorers", state.explorers.collection->RefCount()},
+                        {L"Inspectors", state.inspectors.collection->RefCount()}};
+    for (const WindowList* list : {&state.explorers, &state.inspectors}) {
+        const std::wstring kind = list == &state.explorers ? L"explorer " : L"inspector ";
+        for (size_t i = 0; i < list->all.size(); ++i) {
+            counts.emplace_back(kind + std::to_wstring(i + 1), list->all[i].object->RefCount());
+        }
+    }
     for (size_t i = 0; i < state.items.size(); ++i) {
         const std::wstring label = L"item " + std::to_wstring(i + 1);
         counts.emplace_back(label, state.items[i].dispatch->RefCount());

@@ -18,17 +18,24 @@
 //
 // The one folder, Explorer.CurrentFolder, has Name, FolderPath, EntryID, StoreID and Items
 // (Count, Item(i)): every item added and not deleted, selected or not. The namespace's
-// GetItemFromID(entry id[, store id]) finds an item of it. Inspect(i) opens an item in the
-// inspector that Application.ActiveInspector then returns (Nothing before); the inspector is
-// also what a ribbon control's Context is for the single-item commands, with CurrentItem.
+// GetItemFromID(entry id[, store id]) finds an item of it.
+//
+// Windows: Application.ActiveExplorer is the explorer open from the start. Inspect(i) opens an
+// item in a new inspector window, which Application.ActiveInspector then returns (Nothing
+// before); the inspector is also what a ribbon control's Context is for the single-item
+// commands, with CurrentItem. OpenExplorer opens a further explorer window. Every window has
+// command bars of its own (CommandBars); each window opened fires NewExplorer or NewInspector on
+// Application.Explorers or Application.Inspectors (Count, Item(i): the open windows opened
+// since construction), and a window closed with Close fires its Close. Collections and windows
+// source their events through real connection points, the old and the "_10" interface alike.
 //
 // The session (the namespace's MAPIOBJECT) answers IMAPISession; OpenAddressBook gives an address
 // book whose OpenEntry knows the entries added with AddAddressBookEntry and opens a mail user that
 // has PR_SMTP_ADDRESS, PR_DISPLAY_NAME, PR_ADDRTYPE ("EX") and PR_EMAIL_ADDRESS (the Exchange
 // distinguished name).
 //
-// Not modelled: other folders and stores, events, item creation, and every other session or
-// address-book method (they answer MAPI_E_NO_SUPPORT).
+// Not modelled: other folders and stores, events of items and folders, item creation, and every
+// other session or address-book method (they answer MAPI_E_NO_SUPPORT).
 #pragma once
 
 #include <windows.h>
@@ -38,6 +45,7 @@
 #include <string>
 #include <vector>
 
+#include "officesim/FakeCommandBars.h"
 #include "officesim/FakeDispatch.h"
 #include "officesim/FakeOfficeHost.h"
 
@@ -55,7 +63,8 @@ public:
     FakeDispatch& Selection() const;  // Explorer.Selection: Count, Item(i) counted from 1
     FakeDispatch& Namespace() const;  // Application.GetNamespace("MAPI"), and every item's Session
     FakeDispatch& Folder() const;     // Explorer.CurrentFolder
-    FakeDispatch& Inspector() const;  // Application.ActiveInspector once an item is inspected
+    // Application.ActiveInspector: the inspector opened last and still open, or null.
+    FakeEventSource* Inspector() const;
 
     // Adds an item to the end of the selection and returns its automation object.
     // From the item text format; throws std::runtime_error naming the line of a malformed text.
@@ -74,8 +83,24 @@ public:
     std::vector<size_t> FolderItems() const;
     // What the item's Delete does: it leaves the folder and the selection.
     void Delete(size_t index);
-    // Opens the item in the inspector and returns the inspector (the Context of an item's ribbon).
-    FakeDispatch& Inspect(size_t index);
+    // Opens the item in a new inspector and returns it (the Context of an item's ribbon).
+    FakeEventSource& Inspect(size_t index);
+
+    enum class WindowKind { Explorer, Inspector };
+    // Opens a new explorer window (it has CommandBars, nothing else) and returns its number.
+    size_t OpenExplorer();
+    // Windows opened since construction, counted from 0 per kind in the order opened, closed
+    // ones too.
+    size_t WindowCount(WindowKind kind) const;
+    FakeEventSource& Window(WindowKind kind, size_t index) const;
+    FakeCommandBars& WindowBars(WindowKind kind, size_t index) const;
+    // Closes an open window: its Close fires, then it leaves its collection.
+    void CloseWindow(WindowKind kind, size_t index);
+    // The command bars of the explorer open from the start.
+    FakeCommandBars& ExplorerBars() const;
+    // Application.Explorers and Application.Inspectors.
+    FakeEventSource& Explorers() const;
+    FakeEventSource& Inspectors() const;
 
     // An Exchange user the address book resolves: OpenEntry(entryId) opens a mail user whose
     // PR_SMTP_ADDRESS is `smtpAddress` (and whose PR_EMAIL_ADDRESS is a distinguished name made
@@ -83,8 +108,9 @@ public:
     void AddAddressBookEntry(const std::vector<BYTE>& entryId, const std::wstring& displayName,
                              const std::wstring& smtpAddress);
 
-    // The Application, explorer, selection, namespace and every item, with the session, address
-    // book and mail user objects the simulated Outlook handed out.
+    // The Application, explorer, selection, namespace, window collections, windows and every
+    // item, with the session, address book and mail user objects the simulated Outlook handed
+    // out.
     RefCountList RefCounts() const;
     // Session, address-book and mail-user objects still referenced by anybody but this Outlook.
     ULONG LiveMapiObjects() const;
