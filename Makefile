@@ -4,7 +4,7 @@ JOBS ?= 2
 # cmake --build runs make underneath: without this every line of it says which folder it is in.
 MAKEFLAGS += --no-print-directory
 
-.PHONY: all deps configure build test demo package format clean
+.PHONY: all deps configure build test demo package bench soak format clean
 
 all: build
 
@@ -28,6 +28,13 @@ demo: build
 # The MSI package for administrators, from the build: build/installer/TalvornAddin.msi.
 package: build
 	cmake --build $(BUILD_DIR) --target msi_package
+
+# Timings and resource counters of the add-in in the simulated hosts (never part of `make test`).
+bench: build
+	sh scripts/run-bench.sh $(BUILD_DIR) bench
+
+soak: build
+	sh scripts/run-bench.sh $(BUILD_DIR) soak
 
 format:
 	clang-format -i $$(git ls-files '*.cpp' '*.h')
