@@ -11,6 +11,7 @@
 #include "common/HostKind.h"
 #include "common/UniqueResource.h"
 #include "common/Variant.h"
+#include "officesim/CallSequence.h"
 #include "outlooksim/ItemText.h"
 
 namespace {
@@ -107,6 +108,8 @@ void SimulatedHost::ForgetCalls() const {
     for (FakeDispatch* object : objects) {
         object->ClearCalls();
     }
+    // The fault sweep's numbering of calls keeps every call's name too.
+    CallSequence::Reset();
 }
 
 const wchar_t* SimulatedHost::RibbonId() const {
