@@ -4,7 +4,7 @@ JOBS ?= 2
 # cmake --build runs make underneath: without this every line of it says which folder it is in.
 MAKEFLAGS += --no-print-directory
 
-.PHONY: all deps configure build test demo package bench soak format clean
+.PHONY: all deps configure build test demo package bench soak profile format clean
 
 all: build
 
@@ -35,6 +35,10 @@ bench: build
 
 soak: build
 	sh scripts/run-bench.sh $(BUILD_DIR) soak
+
+# Where archiving 30 mails spends its time, sampled (tools/bench/Sampler.h).
+profile: build
+	sh scripts/run-bench.sh $(BUILD_DIR) profile
 
 format:
 	clang-format -i $$(git ls-files '*.cpp' '*.h')

@@ -33,6 +33,7 @@ public:
 
     // A new add-in object; throws when the module gives none.
     ComPtr<IDTExtensibility2> Create() const;
+    HMODULE Handle() const { return m_module.get(); }
 
 private:
     // Declared first: the factory is released before the library goes.

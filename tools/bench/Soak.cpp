@@ -96,6 +96,25 @@ int CountStagingFolders() {
     return count;
 }
 
+// The staging folders no connector was handed, with what each holds: a folder the add-in marked
+// free to delete when it gave up a capture holds "__freetodelete__.bin".
+void PrintStagingFoldersLeft() {
+    const std::wstring inbox = TempPath() + L"td_temp_inbox\\";
+    WIN32_FIND_DATAW found;
+    UniqueFindHandle search(FindFirstFileW((inbox + L"td_data_*").c_str(), &found));
+    for (BOOL more = search ? TRUE : FALSE; more; more = FindNextFileW(search.get(), &found)) {
+        std::wstring line = L"  left: " + std::wstring(found.cFileName) + L":";
+        WIN32_FIND_DATAW file;
+        UniqueFindHandle files(FindFirstFileW((inbox + found.cFileName + L"\\*").c_str(), &file));
+        for (BOOL next = files ? TRUE : FALSE; next; next = FindNextFileW(files.get(), &file)) {
+            if (file.cFileName[0] != L'.') {
+                line += L" " + std::wstring(file.cFileName);
+            }
+        }
+        Print(line + L"\n");
+    }
+}
+
 void PrintSample(int commands, double seconds, const ProcessCounters& counters) {
     wchar_t line[256];
     _snwprintf(
@@ -218,6 +237,7 @@ int Run(const Options& options) {
             PrintSample(command, ElapsedMs(start, Now()) / 1000.0, counters);
         }
     }
+    PrintStagingFoldersLeft();
     wchar_t line[128];
     _snwprintf(line, 128, L"%d commands, %d failed; the slowest, command %d, took %.0f ms\n",
                options.commands, failures, slowest, slowestMs);
