@@ -305,8 +305,20 @@ void BenchWord(const LoadedModule& module, size_t megabytes, int runs, Connector
 // Wine 8's shell puts the URL behind "Software\Microsoft\Windows\CurrentVersion\App Paths\" (52
 // characters) into a buffer of 1024 characters, to look for an application of that name, before
 // it looks for the scheme's handler; a longer URL overruns the buffer and takes the process down,
-// whatever the scheme's registration. The URL of 100 mails is about 1,750 characters.
-constexpr size_t kLongestUrlWineLaunches = 1024 - 52 - 1;
+// whatever the scheme's registration. It then writes the registered command with the URL in place
+// of "%1" into another buffer of 1024 characters and, when the whole does not fit, leaves the URL
+// out. The URL of 100 mails is about 1,750 characters.
+size_t LongestUrlWineLaunches() {
+    size_t longest = 1024 - 52 - 1;
+    wchar_t command[1024];
+    LONG size = sizeof command;
+    if (RegQueryValueW(HKEY_CLASSES_ROOT, L"talvorn\\shell\\open\\command", command, &size) ==
+            ERROR_SUCCESS &&
+        wcslen(command) > 2) {
+        longest = std::min(longest, 1024 - 1 - (wcslen(command) - 2));
+    }
+    return longest;
+}
 
 // The add-in's call to the shell, as the benchmark's stand-in for ShellExecuteExW saw it.
 struct ShellCall {
@@ -334,8 +346,9 @@ BOOL WINAPI RecordingShellExecuteExW(SHELLEXECUTEINFOW* info) noexcept {
     try {
         g_shellCall.url = info && info->lpFile ? info->lpFile : L"";
         std::wstring launched = g_shellCall.url;
-        if (launched.size() > kLongestUrlWineLaunches) {
-            launched.resize(launched.rfind(L',', kLongestUrlWineLaunches));
+        static const size_t longest = LongestUrlWineLaunches();
+        if (launched.size() > longest) {
+            launched.resize(launched.rfind(L',', longest));
         }
         g_shellCall.handOffs = CountHandOffs(g_shellCall.url);
         g_shellCall.handOffsLaunched = CountHandOffs(launched);

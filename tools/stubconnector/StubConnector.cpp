@@ -29,12 +29,21 @@ int wmain(int argc, wchar_t** argv) {
     std::string utf8(static_cast<size_t>(bytes), '\0');
     WideCharToMultiByte(CP_UTF8, 0, url.data(), static_cast<int>(url.size()), utf8.data(), bytes,
                         nullptr, nullptr);
-    // Appends in one write, so that a reader never sees half a line.
-    UniqueFileHandle file(CreateFileW(record.c_str(), FILE_APPEND_DATA,
-                                      FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_ALWAYS,
-                                      FILE_ATTRIBUTE_NORMAL, nullptr));
+    // Connectors of commands in a row run at the same time, and Wine does not make appends of
+    // different processes atomic (lines overwrite each other): each writer has the file to itself
+    // for its one write, the others wait their turn. Readers may read meanwhile.
+    UniqueFileHandle file;
+    for (int tries = 0; tries < 10000; ++tries) {
+        file.reset(CreateFileW(record.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr, OPEN_ALWAYS,
+                               FILE_ATTRIBUTE_NORMAL, nullptr));
+        if (file || GetLastError() != ERROR_SHARING_VIOLATION) {
+            break;
+        }
+        Sleep(1);
+    }
+    LARGE_INTEGER end{};
     DWORD written = 0;
-    if (!file ||
+    if (!file || !SetFilePointerEx(file.get(), end, nullptr, FILE_END) ||
         !WriteFile(file.get(), utf8.data(), static_cast<DWORD>(utf8.size()), &written, nullptr)) {
         return 1;
     }
