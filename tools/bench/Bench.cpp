@@ -343,8 +343,12 @@ size_t CountHandOffs(const std::wstring& url) {
 // Wine's shell can take, and times that launch.
 BOOL WINAPI RecordingShellExecuteExW(SHELLEXECUTEINFOW* info) noexcept {
     g_shellCall.at = Now();
+    if (!info) {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return FALSE;
+    }
     try {
-        g_shellCall.url = info && info->lpFile ? info->lpFile : L"";
+        g_shellCall.url = info->lpFile ? info->lpFile : L"";
         std::wstring launched = g_shellCall.url;
         static const size_t longest = LongestUrlWineLaunches();
         if (launched.size() > longest) {
@@ -365,6 +369,14 @@ BOOL WINAPI RecordingShellExecuteExW(SHELLEXECUTEINFOW* info) noexcept {
     }
 }
 
+// Puts RecordingShellExecuteExW in place of the shell's function for the add-in's calls.
+ImportPatch RecordShellCalls(const LoadedModule& module) {
+    return ImportPatch(module.Handle(),
+                       reinterpret_cast<void*>(
+                           GetProcAddress(GetModuleHandleW(L"shell32.dll"), "ShellExecuteExW")),
+                       reinterpret_cast<void*>(&RecordingShellExecuteExW));
+}
+
 // The wait the staging folders' names impose on `count` folders with no work between them: each
 // needs a tick count of its own, and a later tick is waited for in 10 ms steps.
 double StagingFloorMs(int count) {
@@ -381,10 +393,7 @@ double StagingFloorMs(int count) {
 
 void BenchMails(const LoadedModule& module, const std::wstring& itemFile, int mails, int runs,
                 ConnectorRecord& record) {
-    const ImportPatch shell(module.Handle(),
-                            reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"shell32.dll"),
-                                                                   "ShellExecuteExW")),
-                            reinterpret_cast<void*>(&RecordingShellExecuteExW));
+    const ImportPatch shell = RecordShellCalls(module);
     const std::vector<std::wstring> items(mails, outlooksim::ReadItemTextFile(itemFile));
     std::vector<double> upToShell;
     std::vector<double> launches;
@@ -423,10 +432,7 @@ int ProfileMails(const std::wstring& samplesFile, const std::wstring& dll,
     const PrivateSettings settings;
     const LoadedModule module(dll, kAddinClass);
     ConnectorRecord record;
-    const ImportPatch shell(module.Handle(),
-                            reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"shell32.dll"),
-                                                                   "ShellExecuteExW")),
-                            reinterpret_cast<void*>(&RecordingShellExecuteExW));
+    const ImportPatch shell = RecordShellCalls(module);
     const std::vector<std::wstring> items(mails, outlooksim::ReadItemTextFile(itemFile));
     for (int run = 0; run < 6; ++run) {
         std::unique_ptr<SimulatedHost> host = SimulatedHost::Outlook(items);

@@ -162,14 +162,15 @@ void ConnectedAddin::Disconnect() {
 ConnectorRecord::ConnectorRecord()
     : m_path(TempPath() + L"connector_urls.txt"), m_seen(ReadBytes(m_path).size()) {}
 
+// Reads only what came after the lines already taken: a run reading the whole growing record for
+// every command grows the heap by the record's growth, some 80 bytes a command.
 std::string ConnectorRecord::NextUrl(DWORD timeoutMs) {
     for (const DWORD start = GetTickCount();; Sleep(5)) {
-        const std::string bytes = ReadBytes(m_path);
-        const size_t end = bytes.size() > m_seen ? bytes.find('\n', m_seen) : std::string::npos;
+        const std::string bytes = ReadBytes(m_path, m_seen);
+        const size_t end = bytes.find('\n');
         if (end != std::string::npos) {
-            std::string url = bytes.substr(m_seen, end - m_seen);
-            m_seen = end + 1;
-            return url;
+            m_seen += end + 1;
+            return bytes.substr(0, end);
         }
         if (GetTickCount() - start >= timeoutMs) {
             return std::string();
@@ -338,16 +339,19 @@ std::wstring ProgramFolder() {
     return folder.substr(0, folder.rfind(L'\\') + 1);
 }
 
-std::string ReadBytes(const std::wstring& path) {
+std::string ReadBytes(const std::wstring& path, size_t offset) {
     std::string bytes;
     UniqueFileHandle file(CreateFileW(path.c_str(), GENERIC_READ,
                                       FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
                                       nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
     LARGE_INTEGER size{};
-    if (!file || !GetFileSizeEx(file.get(), &size)) {
+    LARGE_INTEGER from{};
+    from.QuadPart = static_cast<LONGLONG>(offset);
+    if (!file || !GetFileSizeEx(file.get(), &size) || size.QuadPart <= from.QuadPart ||
+        !SetFilePointerEx(file.get(), from, nullptr, FILE_BEGIN)) {
         return bytes;
     }
-    bytes.resize(static_cast<size_t>(size.QuadPart));
+    bytes.resize(static_cast<size_t>(size.QuadPart - from.QuadPart));
     size_t done = 0;
     DWORD read = 0;
     while (done < bytes.size() &&

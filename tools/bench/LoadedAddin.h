@@ -160,7 +160,7 @@ LARGE_INTEGER Now();
 std::wstring TempPath();
 // The folder of this program, with a trailing backslash.
 std::wstring ProgramFolder();
-// A file's bytes; empty when it cannot be read.
-std::string ReadBytes(const std::wstring& path);
+// A file's bytes from `offset` on; empty when it cannot be read.
+std::string ReadBytes(const std::wstring& path, size_t offset = 0);
 // UTF-8 to standard output.
 void Print(const std::wstring& text);
