@@ -194,6 +194,7 @@ TEST(SettingsDialog, OffersTheLanguageFilesAndStoresTheChoice) {
     EXPECT_EQ(settings.GetSetting(L"l")->TextValue(), L"fr");
 }
 
+// The refusal comes from the settings store, whose every save it guards.
 TEST(SettingsDialog, LockedSettingsShowTheRefusalInsteadOfTheDialog) {
     RegistrySandbox registry;
     registry.SetMachineNumber(L"Nosettings", 1);
@@ -205,6 +206,7 @@ TEST(SettingsDialog, LockedSettingsShowTheRefusalInsteadOfTheDialog) {
     watcher.Verify();
     ASSERT_EQ(watcher.Seen().size(), 1u);
     EXPECT_TRUE(watcher.Seen()[0].HasText(L"Saving Settings are administratively disabled."));
+    EXPECT_EQ(watcher.Seen()[0].messageBoxType, static_cast<UINT>(MB_TOPMOST));
     EXPECT_FALSE(KeyExists(HKEY_CURRENT_USER, RegistrySandbox::UserPath()));
 }
 
