@@ -108,16 +108,6 @@ const WindowWatcher::Control* WindowWatcher::Window::FindControl(int id) const {
     return found == controls.end() ? nullptr : &*found;
 }
 
-std::vector<int> WindowWatcher::Window::ButtonIds() const {
-    std::vector<int> ids;
-    for (const Control& control : controls) {
-        if (IsClass(control.className, L"Button")) {
-            ids.push_back(control.id);
-        }
-    }
-    return ids;
-}
-
 std::ostream& operator<<(std::ostream& out, const WindowWatcher::Window& window) {
     out << '"' << ToUtf8(window.caption) << '"';
     for (const WindowWatcher::Control& control : window.controls) {

@@ -40,7 +40,6 @@ public:
 
         bool HasText(const std::wstring& text) const;
         const Control* FindControl(int id) const;
-        std::vector<int> ButtonIds() const;
     };
 
     // The answer to one expected window: clicks and combo box picks, in the order given.
