@@ -203,6 +203,12 @@ WindowWatcher::Expectation WindowWatcher::Expect(const std::wstring& caption) {
     return Expectation(*this, m_plans.size() - 1);
 }
 
+HWND WindowWatcher::Open(const std::wstring& caption) const {
+    auto found = std::find_if(m_shown.rbegin(), m_shown.rend(),
+                              [&](HWND dialog) { return TextOf(dialog) == caption; });
+    return found == m_shown.rend() ? nullptr : *found;
+}
+
 void WindowWatcher::Verify() const {
     for (const Plan& plan : m_plans) {
         if (!plan.used) {
