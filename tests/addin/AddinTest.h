@@ -16,15 +16,18 @@
 // machine-wide settings it needs to start.
 class AddinTest : public testing::Test {
 protected:
-    AddinTest() {
-        m_registry.SetMachineNumber(L"MultiProcess", 0);
+    AddinTest() { m_registry.SetMachineNumber(L"MultiProcess", 0); }
+
+    static ComPtr<IDTExtensibility2> NewAddin() {
         ComPtr<IClassFactory> factory;
+        ComPtr<IDTExtensibility2> addin;
         EXPECT_EQ(GetServerClassObject(CLSID_TalvornAddin, IID_IClassFactory, factory.put_void()),
                   S_OK);
         if (factory) {
-            EXPECT_EQ(factory->CreateInstance(nullptr, IID_IDTExtensibility2, m_addin.put_void()),
+            EXPECT_EQ(factory->CreateInstance(nullptr, IID_IDTExtensibility2, addin.put_void()),
                       S_OK);
         }
+        return addin;
     }
 
     CTalvornAddin& Addin() { return *static_cast<CTalvornAddin*>(m_addin.get()); }
@@ -42,5 +45,5 @@ protected:
     }
 
     RegistrySandbox m_registry;
-    ComPtr<IDTExtensibility2> m_addin;
+    ComPtr<IDTExtensibility2> m_addin = NewAddin();
 };

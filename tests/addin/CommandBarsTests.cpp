@@ -63,14 +63,6 @@ protected:
         EXPECT_EQ(addin->OnBeginShutdown(nullptr), S_OK);
         EXPECT_EQ(addin->OnDisconnection(ext_dm_HostShutdown, nullptr), S_OK);
     }
-    ComPtr<IDTExtensibility2> SecondAddin() {
-        ComPtr<IClassFactory> factory;
-        ComPtr<IDTExtensibility2> addin;
-        EXPECT_EQ(GetServerClassObject(CLSID_TalvornAddin, IID_IClassFactory, factory.put_void()),
-                  S_OK);
-        EXPECT_EQ(factory->CreateInstance(nullptr, IID_IDTExtensibility2, addin.put_void()), S_OK);
-        return addin;
-    }
     // No sink left advised, no button held by anyone but its bar, no sink object alive.
     void ExpectAllLetGo() {
         EXPECT_EQ(m_bars.ConnectionCount(), 0u);
@@ -113,7 +105,7 @@ TEST_F(CommandBarsTest, TwoStartsShareOneSetOfTemporaryControlsAndShutdownLetsGo
     m_addin.reset();
     ExpectAllLetGo();
 
-    ComPtr<IDTExtensibility2> second = SecondAddin();
+    ComPtr<IDTExtensibility2> second = NewAddin();
     ASSERT_EQ(Start(second.get()), S_OK);
     EXPECT_EQ(m_bars.ToolbarCount(), 1u);
     EXPECT_EQ(m_bars.ControlCount(), kWordTags.size() + 1);

@@ -27,16 +27,6 @@ protected:
         EXPECT_EQ(m_addin.query_to(ribbon.put()), S_OK);
         return ribbon;
     }
-
-    // Expects the one message box that tells the user there are no attachments.
-    static void ExpectNoAttachmentsBox(const WindowWatcher& watcher) {
-        watcher.Verify();
-        std::vector<WindowWatcher::Window> seen = watcher.Seen();
-        wchar_t text[260] = L"";
-        LoadUiString(IDS_NO_ATTACHMENTS, text, 260);
-        ASSERT_EQ(seen.size(), 1u);
-        EXPECT_TRUE(seen[0].HasText(text)) << seen[0];
-    }
 };
 
 // --- The markup of each served ribbon.
@@ -162,7 +152,11 @@ TEST_F(RibbonTest, ArchiveButtonsOfAnUnconnectedAddinDoNothingButFindNoAttachmen
         EXPECT_EQ(Callback(id, {Variant(static_cast<IDispatch*>(control.get()))}), S_OK) << id;
     }
 
-    ExpectNoAttachmentsBox(watcher);
+    watcher.Verify();
+    wchar_t text[260] = L"";
+    LoadUiString(IDS_NO_ATTACHMENTS, text, 260);
+    ASSERT_EQ(watcher.Seen().size(), 1u);
+    EXPECT_TRUE(watcher.Seen()[0].HasText(text)) << watcher.Seen()[0];
     EXPECT_TRUE(control->Calls().empty());
     EXPECT_EQ(control->RefCount(), 1u);
 }
@@ -202,19 +196,15 @@ TEST_F(RibbonTest, TheShippedEnglishFileRelabelsTheRibbon) {
     }
 }
 
-// The buttons of an open Outlook item find the item through the control's window ("Context"):
-// without it they do nothing, with it they reach their commands with the window's current item.
-TEST_F(RibbonTest, TheItemButtonsReachTheirCommandsOnlyThroughTheControlsWindow) {
-    ComPtr<FakeDispatch> control = FakeDispatch::Create();
+// The buttons of an open Outlook item find the item through the control's window ("Context"),
+// also when the control comes by reference; without a window they do nothing. (With one they
+// archive its current item: the fault sweep's open-item runs.)
+TEST_F(RibbonTest, TheItemButtonsDoNothingWithoutTheControlsWindow) {
     ComPtr<FakeDispatch> window = FakeDispatch::Create();
-    ComPtr<FakeDispatch> item = FakeDispatch::Create();
-    window->SetProperty(L"CurrentItem", static_cast<IDispatch*>(item.get()));
-    control->SetProperty(L"Context", static_cast<IDispatch*>(window.get()));
     ComPtr<FakeDispatch> failing = FakeDispatch::Create();
     failing->SetProperty(L"Context", static_cast<IDispatch*>(window.get()))
         .FailCallsFrom(L"Context", 1, E_FAIL);
-    const std::vector<ULONG> counts = {control->RefCount(), window->RefCount(), item->RefCount(),
-                                       failing->RefCount()};
+    const std::vector<ULONG> counts = {failing->RefCount(), window->RefCount()};
     IDispatch* byReference = failing.get();
     Variant reference;
     reference.vt = VT_DISPATCH | VT_BYREF;
@@ -226,24 +216,12 @@ TEST_F(RibbonTest, TheItemButtonsReachTheirCommandsOnlyThroughTheControlsWindow)
     EXPECT_EQ(Callback(7, {reference}), S_OK);
     EXPECT_EQ(Callback(6, {Variant(L"TLPMBTDX2_0001")}), S_OK);
     EXPECT_EQ(Callback(7, {}), S_OK);
+
     watcher.Verify();
     EXPECT_EQ(failing->CallCount(L"Context"), 2u);
     EXPECT_TRUE(window->Calls().empty());
     EXPECT_FALSE(log.Contains(L"invoked")) << ToUtf8(log.Text());
-
-    watcher.Expect(kErrorCaption).Click(IDOK);
-    EXPECT_EQ(Callback(6, {Variant(static_cast<IDispatch*>(control.get()))}), S_OK);
-    EXPECT_EQ(Callback(7, {Variant(static_cast<IDispatch*>(control.get()))}), S_OK);
-
-    ExpectNoAttachmentsBox(watcher);
-    // The item (a bare automation object, no message class) is refused by the Outlook capture,
-    // which the archive command logs.
-    EXPECT_TRUE(log.Contains(L"[ERR] Can't save current item! hr = 0x80020006\n"))
-        << ToUtf8(log.Text());
-    EXPECT_EQ(window->CallCount(L"CurrentItem"), 2u);
-    EXPECT_EQ(counts, (std::vector<ULONG>{control->RefCount(), window->RefCount(), item->RefCount(),
-                                          failing->RefCount()}))
-        << "references to the controls, the window and the item";
+    EXPECT_EQ(counts, (std::vector<ULONG>{failing->RefCount(), window->RefCount()}));
 }
 
 // --- loadImage: the button pictures from the machine's installation folder only.

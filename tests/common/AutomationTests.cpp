@@ -85,26 +85,6 @@ TEST_F(AutomationTest, TypedReadsConvertTheValueAndEmptyTheOutputOnFailure) {
     EXPECT_EQ(0, when);
 }
 
-// Outlook declares Selection.Item as a method: a plain property get does not reach it.
-TEST_F(AutomationTest, GetOrCallReadsAMemberThatIsAMethod) {
-    object->SetMethod(L"Item", [this](const FakeDispatch::Args& args, VARIANT* result) {
-        EXPECT_EQ(1u, args.size());
-        result->vt = VT_DISPATCH;
-        result->pdispVal = child.get();
-        child->AddRef();
-        return S_OK;
-    });
-    Variant index(int32_t{1});
-    ComPtr<IDispatch> item;
-
-    EXPECT_EQ(DISP_E_MEMBERNOTFOUND,
-              GetObjectPropertyNoThrow(object.get(), L"Item", item.put(), {&index}));
-    ASSERT_EQ(S_OK,
-              GetObjectPropertyNoThrow(object.get(), GetOrCall(L"Item"), item.put(), {&index}));
-
-    EXPECT_EQ(static_cast<IDispatch*>(child.get()), item.get());
-}
-
 // Hosts answer with VT_DISPATCH as a rule (every capture test reads objects so and checks the
 // reference counts), some collections with a plain VT_UNKNOWN.
 TEST_F(AutomationTest, GetObjectPropertyHandsOutOneReferenceOfAnObjectAndNothingElse) {
@@ -126,51 +106,29 @@ TEST_F(AutomationTest, GetObjectPropertyHandsOutOneReferenceOfAnObjectAndNothing
     EXPECT_EQ(nullptr, result);
 }
 
-// Outlook's MAPIOBJECT is no automation object, and the MAPI interfaces it is asked for come
-// without a UUID the compiler knows: their IID is named at the call.
-TEST_F(AutomationTest, MapiObjectIsReadAsItComesAndQueriedByAnExplicitIid) {
-    Variant held(static_cast<IDispatch*>(child.get()));
-    held.vt = VT_UNKNOWN;
-    object->SetProperty(L"MAPIOBJECT", held);
-    const ULONG start = child->RefCount();
-    ComPtr<IUnknown> mapiObject;
-    ComPtr<IDispatch> dispatch;
-    IStream* stream = reinterpret_cast<IStream*>(child.get());
-
-    ASSERT_EQ(S_OK, GetUnknownPropertyNoThrow(object.get(), L"MAPIOBJECT", mapiObject.put()));
-    ASSERT_EQ(S_OK, mapiObject.query_to(IID_IDispatch, dispatch.put()));
-    EXPECT_EQ(E_NOINTERFACE, mapiObject.query_to(IID_IStream, &stream));
-
-    EXPECT_EQ(static_cast<IUnknown*>(child.get()), mapiObject.get());
-    EXPECT_EQ(nullptr, stream);
-    EXPECT_EQ(start + 2, child->RefCount());
-}
-
-// A failed lookup or call comes back as it came, an exception by its error code (filled in at once
-// or on request), an exception without a code as DISP_E_EXCEPTION. Every entry point shares this
-// path; the capture tests see each of them fail.
-TEST_F(AutomationTest, ReportsEveryFailureByItsOwnCodeAndKeepsTheReferenceCount) {
+// Outlook's Selection.Item, a method read as a property, and the MAPIOBJECT queried by an explicit
+// IID are read by the Outlook capture against the simulated Outlook. A failure comes back as it
+// came, an exception by its error code (filled in at once or on request): the fault sweep sees
+// each style of each call logged with its code. Here what the sweep cannot inject: an exception
+// without a code, which comes back as DISP_E_EXCEPTION, and the references kept throughout.
+TEST_F(AutomationTest, AnExceptionWithoutACodeIsDispatchExceptionAndReferencesAreKept) {
     object->SetProperty(L"Target", static_cast<IDispatch*>(child.get()));
     const ULONG start = object->RefCount();
     const ULONG childStart = child->RefCount();
-    object->FailCall(L"Target", 1, RPC_E_CALL_REJECTED)
-        .FailCall(L"Target", 2, kHostError, FaultStyle::Exception)
-        .FailCall(L"Target", 3, kHostError, FaultStyle::DeferredException)
-        .FailCall(L"Target", 4, S_OK, FaultStyle::Exception);
+    object->FailCall(L"Target", 1, S_OK, FaultStyle::Exception)
+        .FailCall(L"Target", 2, kHostError, FaultStyle::DeferredException);
     const auto run = [&] {
         ComPtr<IDispatch> value;
         return GetObjectPropertyNoThrow(object.get(), L"Target", value.put());
     };
 
-    EXPECT_EQ(RPC_E_CALL_REJECTED, run());
-    EXPECT_EQ(kHostError, run());
-    EXPECT_EQ(kHostError, run());
     EXPECT_EQ(DISP_E_EXCEPTION, run());
+    EXPECT_EQ(kHostError, run());
     EXPECT_EQ(S_OK, run());
     object->FailLookup(L"Target", E_ACCESSDENIED);
     EXPECT_EQ(E_ACCESSDENIED, run());
 
-    EXPECT_EQ(5u, object->Calls().size());
+    EXPECT_EQ(3u, object->Calls().size());
     EXPECT_EQ(start, object->RefCount());
     EXPECT_EQ(childStart, child->RefCount());
 }

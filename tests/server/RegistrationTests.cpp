@@ -44,10 +44,18 @@ Texts Values(HKEY root, const std::wstring& path) {
     return values;
 }
 
-// The built module, loaded for the registrations made in-process, and an installation folder for
-// "setup.ini".
+// The built module, loaded for the registrations made in-process on the test process's private
+// roots (classes included), and an installation folder for "setup.ini". The child-process path
+// (the installer's custom actions, a real prefix registry) is the package test's.
 class RegistrationTest : public testing::Test {
 protected:
+    RegistrationTest() { Clear(); }
+    ~RegistrationTest() override { Clear(); }
+    // What a test made outside the keys the members clear, volatile keys among them.
+    static void Clear() {
+        RegDeleteTreeW(HKEY_LOCAL_MACHINE, L"Software\\Microsoft\\Office");
+        RegDeleteTreeW(HKEY_LOCAL_MACHINE, L"Software\\talvorn");
+    }
     void SetUp() override {
         m_module.reset(LoadLibraryW(BuiltAddinPath().c_str()));
         ASSERT_TRUE(m_module) << "cannot load " << ToUtf8(BuiltAddinPath());
@@ -59,16 +67,17 @@ protected:
     void WriteSetup(const std::string& bytes) {
         WriteFileBytes(m_installation / L"setup.ini", bytes);
     }
-
-    // What `run` returns, run in the installation folder, where registrations find "setup.ini".
-    template <class Run>
-    auto InInstallation(Run run) {
+    // Calls DllRegisterServer or DllUnregisterServer in the installation folder, where regsvr32
+    // runs them and they find "setup.ini".
+    HRESULT CallExport(const char* name) {
+        auto function = reinterpret_cast<HRESULT(STDAPICALLTYPE*)()>(
+            reinterpret_cast<void*>(GetProcAddress(m_module.get(), name)));
         wchar_t old[MAX_PATH];
         GetCurrentDirectoryW(MAX_PATH, old);
         SetCurrentDirectoryW(m_installation.Path().c_str());
-        auto result = run();
+        const HRESULT hr = function();
         SetCurrentDirectoryW(old);
-        return result;
+        return hr;
     }
     // What the registration wrote: the add-in key for exactly `hosts` (in kOfficeHosts order,
     // separated by blanks); the five keys of the add-in class when any host has it, of the
@@ -99,62 +108,26 @@ protected:
         }
     }
 
+    PrivateClassesRoot m_classes;
+    RegistrySandbox m_registry;
     ScratchFolder m_installation;
     UniqueHModule m_module;
     std::wstring m_modulePath;    // as GetModuleFileNameW gives it
     std::wstring m_moduleFolder;  // the same without the file name
 };
 
-// --- regsvr32, in a child process, on the prefix's registry.
-
-// The prefix's own keys for the life of the test, cleared of the add-in before and after. The
-// prefix has no Office keys of its own: RegDeleteKeyW removes those the registration made once
-// they have no subkeys left.
-class PrefixRegistration {
-public:
-    PrefixRegistration() { Remove(); }
-    ~PrefixRegistration() { Remove(); }
-
-private:
-    void Remove() {
-        for (const std::wstring& key : {L"CLSID\\" + kAddinClsid, L"CLSID\\" + kConnectorClsid,
-                                        kAddinProgId, kConnectorProgId}) {
-            RegDeleteTreeW(HKEY_CLASSES_ROOT, key.c_str());
-        }
-        for (const wchar_t* host : kOfficeHosts) {
-            for (const std::wstring& key :
-                 {AddinKeyPath(host), OfficeKeyPath(host) + L"\\Addins", OfficeKeyPath(host)}) {
-                RegDeleteKeyW(HKEY_LOCAL_MACHINE, key.c_str());
-            }
-        }
-        RegDeleteKeyW(HKEY_LOCAL_MACHINE, L"Software\\Microsoft\\Office");
-        m_settings.Wipe();
-    }
-
-    PrefixRegistry m_prefix;
-    RegistrySandbox m_settings;
-};
-
-// regsvr32 loads the module in a process of its own, which does not share the test process's
-// private registry roots: this one test reads and writes the prefix's keys of the add-in, which
-// no other test touches.
-TEST_F(RegistrationTest, Regsvr32RegistersEverythingAndUnregisterRemovesIt) {
-    PrefixRegistration prefix;
-    // With a byte order mark; setting names in any case; list lines numbered across their
-    // spellings; switches take "yes" only: "1" switches nothing on.
+// With a byte order mark; setting names in any case; list lines numbered across their spellings;
+// switches take "yes" only: "1" switches nothing on. Unregistering takes everything away, the
+// users' settings too, and may be repeated.
+TEST_F(RegistrationTest, AFullSetupFileRegistersEverythingAndUnregisterRemovesIt) {
     WriteSetup(
         "\xEF\xBB\xBF[talvorn dorvane]\r\nMSWord=yes\r\nMSOutlook=YES\r\nMSExcel=yes\r\n"
         "mspowerpoint=Yes\r\nCOM=yes\r\nParams=label=\"Rechnungen\" appid=1 configid=2\r\n"
         "DeleteArcDocs=no\r\nparams=label=\"Angebote\" appid=3 configid=4\r\n"
         "Params=label=\"Vertr\xC3\xA4ge\" appid=5 configid=6\r\nAttachments=yes\r\n"
         "Nosettings=1\r\nUnknown=value\r\nl=de\r\n");
-    // A regsvr32 that never ends is reported by the watchdog of the test program.
-    auto regsvr32 = [this](const std::wstring& options) {
-        const std::wstring command = L"regsvr32.exe " + options + L" \"" + BuiltAddinPath() + L"\"";
-        return InInstallation([&] { return _wsystem(command.c_str()); });
-    };
 
-    ASSERT_EQ(regsvr32(L"/s"), 0);
+    ASSERT_EQ(CallExport("DllRegisterServer"), S_OK);
 
     ExpectRegistered(L"Excel PowerPoint Word Outlook", true);
     for (const wchar_t* host : kOfficeHosts) {
@@ -170,17 +143,14 @@ TEST_F(RegistrationTest, Regsvr32RegistersEverythingAndUnregisterRemovesIt) {
                      L"Params2=" + StorageTarget(L"Angebote", L"3", L"4"),
                      L"Params3=" + StorageTarget(L"Vertr\u00E4ge", L"5", L"6"), L"l=de"}));
 
-    SetText(HKEY_CURRENT_USER, RegistrySandbox::UserPath(), L"LastStartCenterConfig",
-            L"Rechnungen");
-    EXPECT_EQ(regsvr32(L"/u /s"), 0);
+    m_registry.SetUserString(L"LastStartCenterConfig", L"Rechnungen");
+    EXPECT_EQ(CallExport("DllUnregisterServer"), S_OK);
 
     ExpectRegistered(L"", false);
     EXPECT_FALSE(KeyExists(HKEY_LOCAL_MACHINE, settings));
     EXPECT_FALSE(KeyExists(HKEY_CURRENT_USER, settings));
-    EXPECT_EQ(regsvr32(L"/u /s"), 0) << "a repeated unregistration fails";
+    EXPECT_EQ(CallExport("DllUnregisterServer"), S_OK) << "a repeated unregistration fails";
 }
-
-// --- DllRegisterServer in-process, on the test process's private roots.
 
 struct SetupCase {
     const char* name;
@@ -194,19 +164,7 @@ struct SetupCase {
 
 void PrintTo(const SetupCase& setup, std::ostream* out) { *out << setup.name; }
 
-class SetupTest : public RegistrationTest, public testing::WithParamInterface<SetupCase> {
-protected:
-    SetupTest() { Clear(); }
-    ~SetupTest() override { Clear(); }
-    // What a test made outside the keys the members clear, volatile keys among them.
-    static void Clear() {
-        RegDeleteTreeW(HKEY_LOCAL_MACHINE, L"Software\\Microsoft\\Office");
-        RegDeleteTreeW(HKEY_LOCAL_MACHINE, L"Software\\talvorn");
-    }
-
-    PrivateClassesRoot m_classes;
-    RegistrySandbox m_registry;
-};
+class SetupTest : public RegistrationTest, public testing::WithParamInterface<SetupCase> {};
 
 // A refused registration writes nothing. A stable key cannot be made below a volatile one
 // (ERROR_CHILD_MUST_BE_VOLATILE, also under Wine): in "UnwritableHostKey" a volatile "Addins" key
@@ -227,9 +185,7 @@ TEST_P(SetupTest, RegistersExactlyTheChosenHostsAndClasses) {
         watcher.Expect(setup.caption).Click(IDOK);
     }
 
-    auto registerServer = reinterpret_cast<HRESULT(STDAPICALLTYPE*)()>(
-        reinterpret_cast<void*>(GetProcAddress(m_module.get(), "DllRegisterServer")));
-    EXPECT_EQ(InInstallation(registerServer), setup.result);
+    EXPECT_EQ(CallExport("DllRegisterServer"), setup.result);
 
     watcher.Verify();
     if (setup.caption) {

@@ -26,8 +26,6 @@ void PrintTo(const Row& row, std::ostream* out) {
          << std::string(row.size.begin(), row.size.end()) << "|" << row.checked;
 }
 
-HWND AttachmentList() { return GetDlgItem(FindWindowW(L"#32770", kCaption), IDC_ATTACHMENTS); }
-
 std::vector<Row> ReadRows(HWND list) {
     std::vector<Row> rows;
     for (int i = 0; i < ListView_GetItemCount(list); ++i) {
@@ -65,7 +63,7 @@ TEST_P(AttachmentChoiceTest, ShowsEveryRecordCheckedAndMarksTheChosenOnes) {
     std::vector<Row> shown;
     WindowWatcher watcher;
     WindowWatcher::Expectation answer = watcher.Expect(kCaption).Call([&] {
-        HWND list = AttachmentList();
+        HWND list = GetDlgItem(watcher.Open(kCaption), IDC_ATTACHMENTS);
         shown = ReadRows(list);
         for (int index : row.unchecked) {
             ListView_SetCheckState(list, index, FALSE);

@@ -45,8 +45,8 @@ void Press(HWND dialog, int button) {
 
 // Runs the steps in the open dialog and ends it with `button`. All of it runs from inside the
 // dialog's loop, so that a refusal's message box comes in between.
-void Perform(const std::vector<Step>& steps, int button) {
-    HWND dialog = FindWindowW(L"#32770", kCaption.c_str());
+void Perform(const WindowWatcher& watcher, const std::vector<Step>& steps, int button) {
+    HWND dialog = watcher.Open(kCaption);
     ASSERT_NE(dialog, nullptr);
     HWND list = GetDlgItem(dialog, IDC_SETTINGS_TARGETS);
     for (const Step& step : steps) {
@@ -98,7 +98,7 @@ TEST_P(SettingsDialogEditTest, SavesTheEditedListOnOkOnly) {
     }
     registry.SetMachineTargets(targets);
     WindowWatcher watcher;
-    watcher.Expect(kCaption).Call([&] { Perform(row.steps, row.button); });
+    watcher.Expect(kCaption).Call([&] { Perform(watcher, row.steps, row.button); });
     for (size_t i = 0; i < row.refusals.size(); ++i) {
         watcher.Expect(kErrorCaption).Click(IDOK);
     }
@@ -194,6 +194,7 @@ TEST(SettingsDialog, OffersTheLanguageFilesAndStoresTheChoice) {
     EXPECT_EQ(settings.GetSetting(L"l")->TextValue(), L"fr");
 }
 
+// The refusal comes from the settings store, whose every save it guards.
 TEST(SettingsDialog, LockedSettingsShowTheRefusalInsteadOfTheDialog) {
     RegistrySandbox registry;
     registry.SetMachineNumber(L"Nosettings", 1);
@@ -205,6 +206,7 @@ TEST(SettingsDialog, LockedSettingsShowTheRefusalInsteadOfTheDialog) {
     watcher.Verify();
     ASSERT_EQ(watcher.Seen().size(), 1u);
     EXPECT_TRUE(watcher.Seen()[0].HasText(L"Saving Settings are administratively disabled."));
+    EXPECT_EQ(watcher.Seen()[0].messageBoxType, static_cast<UINT>(MB_TOPMOST));
     EXPECT_FALSE(KeyExists(HKEY_CURRENT_USER, RegistrySandbox::UserPath()));
 }
 

@@ -58,9 +58,6 @@ PrivateClassesRoot::~PrivateClassesRoot() {
     RegDeleteTreeW(HKEY_CURRENT_USER, m_path.c_str());
 }
 
-PrefixRegistry::PrefixRegistry() { MapPredefinedKeys(false); }
-PrefixRegistry::~PrefixRegistry() { MapPredefinedKeys(true); }
-
 UniqueHKey CreateKey(HKEY root, const std::wstring& path, DWORD options) {
     UniqueHKey key;
     if (RegCreateKeyExW(root, path.c_str(), 0, nullptr, options, KEY_ALL_ACCESS, nullptr, key.put(),

@@ -3,8 +3,8 @@
 // prefix's HKCU\Software\talvorn-tests\<process id> (RegOverridePredefKey), so test programs run
 // side by side without meeting in the add-in's keys, and the product code, which opens the
 // predefined keys as ever, does not know. HKEY_CLASSES_ROOT stays the prefix's: the shell finds
-// the stub connector there, the "talvorn" URL handler. Child processes (regsvr32, the connector
-// the shell starts) inherit no mapping and see the prefix's own registry.
+// the stub connector there, the "talvorn" URL handler. The connector the shell starts inherits no
+// mapping and sees the prefix's own registry.
 #pragma once
 
 #include <windows.h>
@@ -29,16 +29,6 @@ public:
 
 private:
     std::wstring m_path;
-};
-
-// The prefix's own HKEY_LOCAL_MACHINE and HKEY_CURRENT_USER for the life of the object, for a test
-// that checks what a child process wrote. Only such a test may touch the add-in's keys there.
-class PrefixRegistry {
-public:
-    PrefixRegistry();
-    ~PrefixRegistry();
-    PrefixRegistry(const PrefixRegistry&) = delete;
-    PrefixRegistry& operator=(const PrefixRegistry&) = delete;
 };
 
 UniqueHKey CreateKey(HKEY root, const std::wstring& path, DWORD options = REG_OPTION_NON_VOLATILE);

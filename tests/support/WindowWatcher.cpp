@@ -108,16 +108,6 @@ const WindowWatcher::Control* WindowWatcher::Window::FindControl(int id) const {
     return found == controls.end() ? nullptr : &*found;
 }
 
-std::vector<int> WindowWatcher::Window::ButtonIds() const {
-    std::vector<int> ids;
-    for (const Control& control : controls) {
-        if (IsClass(control.className, L"Button")) {
-            ids.push_back(control.id);
-        }
-    }
-    return ids;
-}
-
 std::ostream& operator<<(std::ostream& out, const WindowWatcher::Window& window) {
     out << '"' << ToUtf8(window.caption) << '"';
     for (const WindowWatcher::Control& control : window.controls) {
@@ -211,6 +201,12 @@ LRESULT CALLBACK WindowWatcher::OnWindowMessage(int code, WPARAM wParam, LPARAM 
 WindowWatcher::Expectation WindowWatcher::Expect(const std::wstring& caption) {
     m_plans.push_back(Plan{caption, {}, {}, false});
     return Expectation(*this, m_plans.size() - 1);
+}
+
+HWND WindowWatcher::Open(const std::wstring& caption) const {
+    auto found = std::find_if(m_shown.rbegin(), m_shown.rend(),
+                              [&](HWND dialog) { return TextOf(dialog) == caption; });
+    return found == m_shown.rend() ? nullptr : *found;
 }
 
 void WindowWatcher::Verify() const {

@@ -40,7 +40,6 @@ public:
 
         bool HasText(const std::wstring& text) const;
         const Control* FindControl(int id) const;
-        std::vector<int> ButtonIds() const;
     };
 
     // The answer to one expected window: clicks and combo box picks, in the order given.
@@ -71,6 +70,9 @@ public:
     // The next window with exactly this caption; expectations of one caption are used in order.
     Expectation Expect(const std::wstring& caption);
     const std::vector<Window>& Seen() const { return m_seen; }
+    // The open dialog of this caption that this thread shows. (FindWindowW may find another test
+    // process's: they share the desktop.)
+    HWND Open(const std::wstring& caption) const;
     // From now on a window nobody expected is cancelled and noted, not a failure.
     void CancelUnexpected() { m_cancelUnexpected = true; }
     // Fails the test for every expected window that did not appear.

@@ -213,27 +213,36 @@ INSTANTIATE_TEST_SUITE_P(
                     CaptureFailure{kHostOutlook, E_FAIL, IDS_CAPTURE_FAILED},
                     CaptureFailure{kHostWord, kUnsupportedItem, IDS_CAPTURE_FAILED}));
 
-class OfficeDocumentTest : public ArchiveCommandTest,
+// The active Office document of each host, or the current item of an open Outlook window: one
+// file, with its properties but never mail deletion, launched for its host.
+class SingleDocumentTest : public ArchiveCommandTest,
                            public testing::WithParamInterface<int32_t> {};
 
-TEST_P(OfficeDocumentTest, IsHandedOffWithItsPropertiesAndLaunchedForItsHost) {
+TEST_P(SingleDocumentTest, IsHandedOffWithItsPropertiesAndLaunchedForItsHost) {
+    const bool item = GetParam() == kHostOutlook;
     m_registry.SetMachineNumber(L"DeleteArcDocs", 1);
 
-    Archive(GetParam());
+    item ? ArchiveOpenItem() : Archive(GetParam());
 
-    ASSERT_EQ(m_captures.Routines(), Routines{Routine::SaveOfficeDocument});
-    EXPECT_EQ(m_captures.Calls()[0].hostKind, GetParam());
+    ASSERT_EQ(m_captures.Routines(),
+              Routines{item ? Routine::SaveOutlookItem : Routine::SaveOfficeDocument});
+    EXPECT_EQ(m_captures.Calls()[0].hostKind, item ? 0 : GetParam());
     EXPECT_EQ(m_captures.Calls()[0].majorVersion, kMajorVersion);
     EXPECT_EQ(m_captures.Calls()[0].application, m_application.get());
+    EXPECT_EQ(m_captures.Calls()[0].item, item ? Item() : nullptr);
     ASSERT_EQ(m_captures.Staged().size(), 1u);
     std::string handOff = HandOffOf(m_captures.Staged()[0]);
-    EXPECT_TRUE(Contains(handOff, "<property name=\"MSO_TITLE\">")) << handOff;
+    EXPECT_TRUE(
+        Contains(handOff, item ? "<![CDATA[Offene Mail]]>" : "<property name=\"MSO_TITLE\">"))
+        << handOff;
     EXPECT_FALSE(Contains(handOff, "<deletemail>")) << handOff;
     EXPECT_EQ(LaunchedUrl(), Url(GetParam(), m_captures.Staged()));
+    EXPECT_EQ(m_log.Contains(L"[INF] Outlook CTalvornAddin->OnArchiveSingleOutlook invoked\n"),
+              item);
 }
 
-INSTANTIATE_TEST_SUITE_P(Hosts, OfficeDocumentTest,
-                         testing::Values(kHostWord, kHostExcel, kHostPowerPoint));
+INSTANTIATE_TEST_SUITE_P(Hosts, SingleDocumentTest,
+                         testing::Values(kHostWord, kHostExcel, kHostPowerPoint, kHostOutlook));
 
 class OtherHostTest : public ArchiveCommandTest, public testing::WithParamInterface<int32_t> {};
 
@@ -281,24 +290,6 @@ TEST_F(ArchiveCommandTest, AConnectorThatCannotBeStartedIsReported) {
     Archive(kHostPowerPoint);
 
     EXPECT_TRUE(m_log.Contains(L"[ERR] Failed to open talvorn Desktop Connector, error: "));
-}
-
-// --- OnArchiveSingleOutlook: the current item of an open window.
-
-TEST_F(ArchiveCommandTest, OpenItemIsHandedOffWithoutMailDeletion) {
-    m_registry.SetMachineNumber(L"DeleteArcDocs", 1);
-
-    ArchiveOpenItem();
-
-    ASSERT_EQ(m_captures.Routines(), Routines{Routine::SaveOutlookItem});
-    EXPECT_EQ(m_captures.Calls()[0].item, Item());
-    EXPECT_EQ(m_captures.Calls()[0].majorVersion, kMajorVersion);
-    ASSERT_EQ(m_captures.Staged().size(), 1u);
-    std::string handOff = HandOffOf(m_captures.Staged()[0]);
-    EXPECT_TRUE(Contains(handOff, "<![CDATA[Offene Mail]]>")) << handOff;
-    EXPECT_FALSE(Contains(handOff, "<deletemail>")) << handOff;
-    EXPECT_EQ(LaunchedUrl(), Url(kHostOutlook, m_captures.Staged()));
-    EXPECT_TRUE(m_log.Contains(L"[INF] Outlook CTalvornAddin->OnArchiveSingleOutlook invoked\n"));
 }
 
 // --- OnAttachment and OnAttachmentSingleOutlook: chosen attachments.
