@@ -519,7 +519,10 @@ protected:
     void ExpectEffect(Effect effect, const Outcome& outcome, const std::string& run) const {
         const size_t handedOff = outcome.urls.size() == 1 ? HandedOff(outcome.urls[0]).size() : 0;
         if (effect == Effect::GoesOn || effect == Effect::LeavesOneOut) {
-            EXPECT_TRUE(outcome.windows.empty()) << run << ": " << outcome.windows[0];
+            for (const WindowWatcher::Window& window : outcome.windows) {
+                EXPECT_TRUE(GetParam().dialog && window.caption == GetParam().dialog)
+                    << run << ": " << window;
+            }
             EXPECT_EQ(outcome.urls.size(), 1u) << run;
             EXPECT_EQ(handedOff, m_handedOff - (effect == Effect::LeavesOneOut ? 1 : 0)) << run;
         }
@@ -547,9 +550,10 @@ TEST_P(FaultSweep, EveryCallFailingInEveryStyleIsSurvivedAndTold) {
     const Outcome clean = RunOnce(GetParam(), "clean run", std::nullopt);
     m_clean = clean.calls;
     m_handedOff = clean.urls.size() == 1 ? HandedOff(clean.urls[0]).size() : 0;
-    // The clean run does its work (a mail deleted is one whose deletion logged no error).
+    // The clean run does its work: it hands off, or deletes the mails without an error.
     EXPECT_EQ(m_handedOff > 0, GetParam().archives) << Utf8(clean.log);
-    EXPECT_EQ(clean.log.find(L"[ERR]"), std::wstring::npos) << Utf8(clean.log);
+    EXPECT_TRUE(suite.rfind("Running/", 0) != 0 || clean.log.find(L"[ERR]") == std::wstring::npos)
+        << Utf8(clean.log);
     for (const Named& named : GetParam().named) {
         EXPECT_GE(std::count_if(m_clean.begin(), m_clean.end(),
                                 [&](const auto& call) { return call.name == named.call; }),
