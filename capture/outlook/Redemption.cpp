@@ -238,7 +238,11 @@ HRESULT FindRDOMail(IDispatch* folder, IDispatch* item, ComPtr<IDispatch>& mail)
         return hr;
     }
     int32_t count = 0;
-    GetIntegerPropertyNoThrow(items.get(), L"Count", &count);
+    // An unreadable count is an empty folder, in which no mail is found; the log says why.
+    hr = GetIntegerPropertyNoThrow(items.get(), L"Count", &count);
+    if (FAILED(hr)) {
+        LogError(L"Can't get count of folder items! hr = 0x%08X\n", hr);
+    }
     LogInfo(L"There are %d items in that folder.\n", count);
     for (int32_t index = 1; index <= count; ++index) {
         Variant position(index);

@@ -62,25 +62,26 @@ void PostCommand(HWND dialog, int id, WORD code) {
                  reinterpret_cast<LPARAM>(GetDlgItem(dialog, id)));
 }
 
-// The import address table slot through which the test program calls user32's MessageBoxW.
-void** MessageBoxImportSlot() {
+}  // namespace
+
+void** ImportSlot(const char* dll, const char* function) {
     auto* base = reinterpret_cast<BYTE*>(GetModuleHandleW(nullptr));
     auto at = [base](auto offset) { return base + offset; };
     auto* nt = reinterpret_cast<IMAGE_NT_HEADERS*>(
         at(reinterpret_cast<IMAGE_DOS_HEADER*>(base)->e_lfanew));
     DWORD imports = nt->OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_IMPORT].VirtualAddress;
-    for (auto* dll = reinterpret_cast<IMAGE_IMPORT_DESCRIPTOR*>(at(imports)); imports && dll->Name;
-         ++dll) {
-        if (_stricmp(reinterpret_cast<const char*>(at(dll->Name)), "user32.dll") != 0 ||
-            dll->OriginalFirstThunk == 0) {
+    for (auto* module = reinterpret_cast<IMAGE_IMPORT_DESCRIPTOR*>(at(imports));
+         imports && module->Name; ++module) {
+        if (_stricmp(reinterpret_cast<const char*>(at(module->Name)), dll) != 0 ||
+            module->OriginalFirstThunk == 0) {
             continue;
         }
-        auto* name = reinterpret_cast<IMAGE_THUNK_DATA*>(at(dll->OriginalFirstThunk));
-        auto* slot = reinterpret_cast<IMAGE_THUNK_DATA*>(at(dll->FirstThunk));
+        auto* name = reinterpret_cast<IMAGE_THUNK_DATA*>(at(module->OriginalFirstThunk));
+        auto* slot = reinterpret_cast<IMAGE_THUNK_DATA*>(at(module->FirstThunk));
         for (; name->u1.AddressOfData; ++name, ++slot) {
             auto* byName = reinterpret_cast<IMAGE_IMPORT_BY_NAME*>(at(name->u1.AddressOfData));
             if (!IMAGE_SNAP_BY_ORDINAL(name->u1.Ordinal) &&
-                std::strcmp(reinterpret_cast<const char*>(byName->Name), "MessageBoxW") == 0) {
+                std::strcmp(reinterpret_cast<const char*>(byName->Name), function) == 0) {
                 return reinterpret_cast<void**>(&slot->u1.Function);
             }
         }
@@ -94,8 +95,6 @@ void WriteSlot(void** slot, void* value) {
     *slot = value;
     VirtualProtect(slot, sizeof *slot, protection, &protection);
 }
-
-}  // namespace
 
 bool WindowWatcher::Window::HasText(const std::wstring& text) const {
     return std::any_of(controls.begin(), controls.end(),
@@ -158,7 +157,7 @@ WindowWatcher::WindowWatcher() {
     m_callWindow = CreateWindowExW(0, kCallWindowClass, L"", 0, 0, 0, 0, 0, HWND_MESSAGE, nullptr,
                                    windowClass.hInstance, nullptr);
     g_activeWatcher = this;
-    if ((m_messageBoxSlot = MessageBoxImportSlot())) {
+    if ((m_messageBoxSlot = ImportSlot("user32.dll", "MessageBoxW"))) {
         g_realMessageBoxW = reinterpret_cast<MessageBoxWFunction>(*m_messageBoxSlot);
         WriteSlot(m_messageBoxSlot, reinterpret_cast<void*>(&NotingMessageBoxW));
     }

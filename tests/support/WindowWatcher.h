@@ -112,3 +112,8 @@ private:
 };
 
 std::ostream& operator<<(std::ostream& out, const WindowWatcher::Window& window);
+
+// The import address table slot through which this program calls `function` of `dll` (null when
+// it does not import it), and a write to such a slot: how the watcher notes MessageBoxW calls.
+void** ImportSlot(const char* dll, const char* function);
+void WriteSlot(void** slot, void* value);
