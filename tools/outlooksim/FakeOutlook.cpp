@@ -98,18 +98,9 @@ void ThrowIfFailed(HRESULT hr, const char* what) {
 // A collection's Item(i), counted from 1.
 template <class Object>
 HRESULT ItemAt(const std::vector<ComPtr<Object>>& list, const Args& args, VARIANT* result) {
-    if (args.size() != 1) {
-        return DISP_E_BADPARAMCOUNT;
-    }
-    Variant index;
-    if (FAILED(::VariantChangeType(&index, const_cast<Variant*>(&args[0]), 0, VT_I4))) {
-        return DISP_E_TYPEMISMATCH;
-    }
-    if (index.lVal < 1 || static_cast<size_t>(index.lVal) > list.size()) {
-        return DISP_E_BADINDEX;
-    }
-    return PutObject(result,
-                     static_cast<IDispatch*>(list[static_cast<size_t>(index.lVal) - 1].get()));
+    size_t index = 0;
+    const HRESULT hr = ItemIndex(args, list.size(), &index);
+    return FAILED(hr) ? hr : PutObject(result, static_cast<IDispatch*>(list[index].get()));
 }
 
 // An Outlook window: its automation object and its command bars.

@@ -186,18 +186,10 @@ FakeDispatch& FakeRedemption::State::Folder() {
         if (!*alive) {
             return CO_E_OBJNOTCONNECTED;
         }
-        if (args.size() != 1) {
-            return DISP_E_BADPARAMCOUNT;
-        }
-        Variant index;
-        if (FAILED(::VariantChangeType(&index, const_cast<Variant*>(&args[0]), 0, VT_I4))) {
-            return DISP_E_TYPEMISMATCH;
-        }
         const std::vector<size_t> items = outlook.FolderItems();
-        if (index.lVal < 1 || static_cast<size_t>(index.lVal) > items.size()) {
-            return DISP_E_BADINDEX;
-        }
-        return PutObject(result, &MailAt(items[static_cast<size_t>(index.lVal) - 1]));
+        size_t index = 0;
+        const HRESULT hr = ItemIndex(args, items.size(), &index);
+        return FAILED(hr) ? hr : PutObject(result, &MailAt(items[index]));
     };
     folderItems->SetComputedProperty(L"Count", count)
         .SetMethod(L"Item", item)
