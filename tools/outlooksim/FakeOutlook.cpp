@@ -464,17 +464,7 @@ FakeDispatch& FakeOutlook::State::Add(Item item, std::shared_ptr<const std::stri
         result->punkVal = held.get();
         return S_OK;
     });
-    auto attachments = item.attachments;
-    dispatch.SetComputedProperty(L"Attachments",
-                                 [held, attachments](const Args& args, VARIANT* result) {
-                                     if (!args.empty()) {
-                                         return DISP_E_BADPARAMCOUNT;
-                                     }
-                                     if (!attachments->collection) {
-                                         *attachments = BuildAttachments(held.get(), false);
-                                     }
-                                     return PutObject(result, attachments->collection.get());
-                                 });
+    DefineAttachments(dispatch, held, item.attachments, false);
     dispatch.SetProperty(L"Size", Variant(static_cast<int32_t>(size)))
         .SetProperty(L"Session", static_cast<IDispatch*>(nameSpace.get()));
     // SaveAs(Path[, Type]): a message file, olMSG (3) or olMSGUnicode (9); other formats are not

@@ -238,6 +238,21 @@ AttachmentObjects BuildAttachments(IMessage* message, bool hiddenFlag) {
     return objects;
 }
 
+void DefineAttachments(FakeDispatch& dispatch, const ComPtr<IMessage>& message,
+                       const std::shared_ptr<AttachmentObjects>& attachments, bool hiddenFlag) {
+    dispatch.SetComputedProperty(
+        L"Attachments",
+        [message, attachments, hiddenFlag](const FakeDispatch::Args& args, VARIANT* result) {
+            if (!args.empty()) {
+                return DISP_E_BADPARAMCOUNT;
+            }
+            if (!attachments->collection) {
+                *attachments = BuildAttachments(message.get(), hiddenFlag);
+            }
+            return PutObject(result, attachments->collection.get());
+        });
+}
+
 void DefineMessageValues(FakeDispatch& dispatch, const ComPtr<IMessage>& message) {
     using Args = FakeDispatch::Args;
     ComPtr<IMessage> held(message);
