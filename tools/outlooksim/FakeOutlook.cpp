@@ -103,6 +103,27 @@ HRESULT ItemAt(const std::vector<ComPtr<Object>>& list, const Args& args, VARIAN
     return FAILED(hr) ? hr : PutObject(result, static_cast<IDispatch*>(list[index].get()));
 }
 
+// Count and Item(i) of a collection over the list `list` picks out of what `weak` holds; once
+// that is gone, both fail E_UNEXPECTED.
+template <class Held, class List>
+void DefineListMembers(FakeDispatch& collection, std::weak_ptr<Held> weak, List list) {
+    collection
+        .SetComputedProperty(L"Count",
+                             [weak, list](const Args& args, VARIANT* result) {
+                                 auto held = weak.lock();
+                                 if (!args.empty() || !held) {
+                                     return args.empty() ? E_UNEXPECTED : DISP_E_BADPARAMCOUNT;
+                                 }
+                                 result->vt = VT_I4;
+                                 result->lVal = static_cast<LONG>(list(*held).size());
+                                 return S_OK;
+                             })
+        .SetMethod(L"Item", [weak, list](const Args& args, VARIANT* result) {
+            auto held = weak.lock();
+            return held ? ItemAt(list(*held), args, result) : E_UNEXPECTED;
+        });
+}
+
 // An Outlook window: its automation object and its command bars.
 struct OutlookWindow {
     ComPtr<FakeEventSource> object;
@@ -115,21 +136,10 @@ struct WindowList {
         : events(std::move(windowEvents)),
           collection(MakeComObject<FakeEventSource>(std::vector<IID>{collectionEvents})),
           open(std::make_shared<std::vector<ComPtr<FakeEventSource>>>()) {
-        std::weak_ptr<std::vector<ComPtr<FakeEventSource>>> weak = open;
-        collection->Properties()
-            .SetComputedProperty(L"Count",
-                                 [weak](const Args& args, VARIANT* result) {
-                                     auto held = weak.lock();
-                                     if (!args.empty() || !held) {
-                                         return args.empty() ? E_UNEXPECTED : DISP_E_BADPARAMCOUNT;
-                                     }
-                                     result->vt = VT_I4;
-                                     result->lVal = static_cast<LONG>(held->size());
-                                     return S_OK;
-                                 })
-            .SetMethod(L"Item", [weak](const Args& args, VARIANT* result) {
-                auto held = weak.lock();
-                return held ? ItemAt(*held, args, result) : E_UNEXPECTED;
+        DefineListMembers(
+            collection->Properties(), std::weak_ptr(open),
+            [](const std::vector<ComPtr<FakeEventSource>>& windows) -> const auto& {
+                return windows;
             });
     }
 
@@ -268,19 +278,9 @@ FakeOutlook::FakeOutlook(std::wstring version) : m_state(std::make_unique<State>
         .SetProperty(L"CommandBars", static_cast<IDispatch*>(&state.explorerBars.Collection()));
 
     std::weak_ptr<State::Contents> contents = state.contents;
-    state.selection->SetComputedProperty(L"Count", [contents](const Args& args, VARIANT* result) {
-        auto held = contents.lock();
-        if (!args.empty() || !held) {
-            return args.empty() ? E_UNEXPECTED : DISP_E_BADPARAMCOUNT;
-        }
-        result->vt = VT_I4;
-        result->lVal = static_cast<LONG>(held->selected.size());
-        return S_OK;
-    });
-    state.selection->SetMethod(L"Item", [contents](const Args& args, VARIANT* result) {
-        auto held = contents.lock();
-        return held ? ItemAt(held->selected, args, result) : E_UNEXPECTED;
-    });
+    DefineListMembers(
+        *state.selection.get(), contents,
+        [](const State::Contents& held) -> const auto& { return held.selected; });
     state.BuildFolder();
 
     ComPtr<IMAPISession> session = state.mapiSession.Share();
@@ -329,21 +329,8 @@ FakeOutlook::FakeOutlook(std::wstring version) : m_state(std::make_unique<State>
 
 void FakeOutlook::State::BuildFolder() {
     std::weak_ptr<Contents> weak = contents;
-    folderItems
-        ->SetComputedProperty(L"Count",
-                              [weak](const Args& args, VARIANT* result) {
-                                  auto held = weak.lock();
-                                  if (!args.empty() || !held) {
-                                      return args.empty() ? E_UNEXPECTED : DISP_E_BADPARAMCOUNT;
-                                  }
-                                  result->vt = VT_I4;
-                                  result->lVal = static_cast<LONG>(held->folder.size());
-                                  return S_OK;
-                              })
-        .SetMethod(L"Item", [weak](const Args& args, VARIANT* result) {
-            auto held = weak.lock();
-            return held ? ItemAt(held->folder, args, result) : E_UNEXPECTED;
-        });
+    DefineListMembers(
+        *folderItems.get(), weak, [](const Contents& held) -> const auto& { return held.folder; });
     folder->SetProperty(L"Name", L"Posteingang")
         .SetProperty(L"FolderPath", L"\\\\Postfach - Anna Beispiel\\Posteingang")
         .SetProperty(L"EntryID", HexText(kFolderId, sizeof kFolderId).c_str())
