@@ -11,6 +11,9 @@ BUILD_DIR=$(cd "$1" && pwd)
 shift
 scripts=$(cd "$(dirname "$0")" && pwd)
 . "$scripts/wine-env.sh"
+# A run stopped from outside leaves its persistent wineserver behind; the set-up steps below wait
+# for the prefix's server to exit and would wait for it forever.
+wineserver -k >/dev/null 2>&1 || true
 "$scripts/wine-prefix.sh" "$BUILD_DIR"
 "$scripts/register-stub-connector.sh" "$BUILD_DIR"
 
