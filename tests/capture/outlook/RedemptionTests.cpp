@@ -1,8 +1,11 @@
 // The signed-mail way through the Redemption library, attachments and the deletion of archived
 // mail: the lookup's matching rules against scripted folders, everything else end to end against
-// the simulated Outlook and the simulated library registered under its ProgID (or not). Every
-// case checks that each object got back every reference the product took.
+// the simulated Outlook and the simulated library registered under its ProgID (or not), which
+// these cases pin as well: it reads each mail from its message, saves a file Outlook can open and
+// deletes through Outlook's folder. Every case checks that each object got back every reference
+// the product took.
 #include <windows.h>
+#include <mapicode.h>
 
 #include <gtest/gtest.h>
 
@@ -195,8 +198,11 @@ TEST_F(SimulatedLibraryTest, SignedMailIsSavedByTheLibraryWithItsValues) {
 
     ASSERT_EQ(S_OK, SaveOutlookDocument(&outlook->Application(), &path, &map, 1));
 
-    EXPECT_TRUE(FileExists(path.data()));
     EXPECT_NE(nullptr, wcsstr(path.data(), L"\\dorvane_0_")) << path.data();
+    {
+        FakeOutlook reader;  // the library's file, as Outlook opens it
+        EXPECT_EQ(L"Erika", Text(&reader.SelectMessageFile(path.data()), L"SenderName"));
+    }
     for (const FakeDispatch::CallRecord& call : redemption->Mail(0).Calls()) {
         if (call.member == L"SaveAs") {
             EXPECT_EQ(path.data(), std::wstring(call.args.at(0).bstrVal));
@@ -272,6 +278,21 @@ TEST_F(SimulatedLibraryTest, AttachmentsOfTheSelectionAreListedAndSavedMailByMai
         EXPECT_TRUE(IsInStagingArea(file.c_str())) << file.c_str();
     }
     EXPECT_NE(files[0].substr(0, files[0].rfind(L'\\')), files[1].substr(0, files[1].rfind(L'\\')));
+}
+
+// Like the real library, a session answers nothing before it has Outlook's MAPI session: a capture
+// that forgot to hand it over fails against the double too.
+TEST_F(SimulatedLibraryTest, TheLibraryAnswersNothingBeforeItHasOutlooksSession) {
+    Select(L"class = IPM.Note.SMIME\n");
+    CLSID clsid{};
+    ASSERT_EQ(S_OK, CLSIDFromProgID(L"Redemption.RDOSession", &clsid));
+    ComPtr<IDispatch> session, folder;
+    ASSERT_EQ(S_OK, CoCreateInstance(clsid, nullptr, CLSCTX_INPROC_SERVER, IID_IDispatch,
+                                     session.put_void()));
+    Variant id(Text(&outlook->Folder(), L"EntryID").c_str());
+    EXPECT_EQ(MAPI_E_NOT_INITIALIZED,
+              GetObjectPropertyNoThrow(session.get(), GetOrCall(L"GetFolderFromID"), folder.put(),
+                                       {&id}));
 }
 
 // --- Deleting an archived mail, named by its identifiers.

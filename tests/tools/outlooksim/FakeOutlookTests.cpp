@@ -1,6 +1,7 @@
 // The simulated Outlook: items built from the text format survive a trip through a message file,
-// each message class answers its item interface, the address book resolves Exchange users, and
-// every reference and MAPI buffer handed out comes back.
+// each message class answers its item interface, and the text format names a bad line. How the
+// capture reaches items, their messages and the address book, giving every reference back, is
+// pinned by tests/capture/outlook/OutlookCaptureTests.cpp.
 #include <gtest/gtest.h>
 #include <windows.h>
 
@@ -188,85 +189,6 @@ INSTANTIATE_TEST_SUITE_P(
         }
         return name;
     });
-
-TEST_F(FakeOutlookTest, AddressBookResolvesTheExchangeSenderAndEveryReferenceComesBack) {
-    outlook->SelectItemText(kExchangeMail);
-    const RefCountList before = outlook->RefCounts();
-    {
-        // The way the capture reaches the session: Application -> GetNamespace("MAPI").
-        ComPtr<IDispatch> nameSpace;
-        Variant mapi(L"MAPI");
-        ASSERT_EQ(S_OK,
-                  GetObjectPropertyNoThrow(&outlook->Application(), GetOrCall(L"GetNamespace"),
-                                           nameSpace.put(), {&mapi}));
-        ComPtr<IUnknown> unknown;
-        ASSERT_EQ(S_OK, GetUnknownPropertyNoThrow(nameSpace.get(), L"MAPIOBJECT", unknown.put()));
-        ComPtr<IMAPISession> session;
-        ASSERT_EQ(S_OK, unknown.query_to(IID_IMAPISession, session.put()));
-        ComPtr<IAddrBook> book;
-        ASSERT_EQ(S_OK, session->OpenAddressBook(0, nullptr, AB_NO_DIALOG, book.put()));
-
-        BYTE known[] = {0, 0, 0, 0, 0xDC, 0xA7, 0x40, 0xC8};
-        BYTE unknownId[] = {0, 0, 0, 0, 0xDC, 0xA7, 0x40, 0xC9};
-        ULONG type = 0;
-        ComPtr<IUnknown> entry;
-        EXPECT_EQ(MAPI_E_NOT_FOUND,
-                  book->OpenEntry(sizeof unknownId, reinterpret_cast<LPENTRYID>(unknownId), nullptr,
-                                  MAPI_BEST_ACCESS, &type, entry.put()));
-        ASSERT_EQ(S_OK, book->OpenEntry(sizeof known, reinterpret_cast<LPENTRYID>(known), nullptr,
-                                        MAPI_BEST_ACCESS, &type, entry.put()));
-        EXPECT_EQ(static_cast<ULONG>(MAPI_MAILUSER), type);
-        // Two references to the session, the address book and the mail user.
-        EXPECT_EQ(4u, outlook->LiveMapiObjects());
-
-        auto* user = reinterpret_cast<IMailUser*>(entry.get());
-        SizedSPropTagArray(4, tags) = {
-            4,
-            {kPrSmtpAddress, PR_EMAIL_ADDRESS_A, PROP_TAG(PT_UNSPECIFIED, PROP_ID(PR_ADDRTYPE)),
-             PR_SUBJECT_W}};
-        ULONG count = 0;
-        LPSPropValue raw = nullptr;
-        EXPECT_EQ(MAPI_W_ERRORS_RETURNED, user->GetProps(reinterpret_cast<LPSPropTagArray>(&tags),
-                                                         MAPI_UNICODE, &count, &raw));
-        MapiBuffer<SPropValue> values(raw);
-        ASSERT_EQ(4u, count);
-        EXPECT_STREQ(L"erika.muster@example.org", values.get()[0].Value.lpszW);
-        EXPECT_STREQ(
-            "/o=Muster/ou=Exchange Administrative Group "
-            "(FYDIBOHF23SPDLT)/cn=Recipients/cn=erika.muster",
-            values.get()[1].Value.lpszA);
-        EXPECT_EQ(PR_ADDRTYPE_W, values.get()[2].ulPropTag);
-        EXPECT_STREQ(L"EX", values.get()[2].Value.lpszW);
-        EXPECT_EQ(PROP_TAG(PT_ERROR, PROP_ID(PR_SUBJECT)), values.get()[3].ulPropTag);
-        EXPECT_EQ(MAPI_E_NO_SUPPORT, session->Logoff(0, 0, 0));
-    }
-    EXPECT_EQ(0u, outlook->LiveMapiObjects());
-    EXPECT_EQ(before, outlook->RefCounts());
-}
-
-TEST_F(FakeOutlookTest, SelectionHandsOutItemsAndTheirMessages) {
-    outlook->SelectItemText(L"class = IPM.Contact\nPR_DISPLAY_NAME = Max Beispiel\n");
-    const RefCountList before = outlook->RefCounts();
-    ComPtr<IDispatch> explorer, selection, item;
-    ASSERT_EQ(S_OK, GetObjectPropertyNoThrow(&outlook->Application(), GetOrCall(L"ActiveExplorer"),
-                                             explorer.put()));
-    ASSERT_EQ(S_OK, GetObjectPropertyNoThrow(explorer.get(), L"Selection", selection.put()));
-    Variant one(int32_t{1}), two(int32_t{2});
-    EXPECT_EQ(DISP_E_BADINDEX,
-              GetObjectPropertyNoThrow(selection.get(), GetOrCall(L"Item"), item.put(), {&two}));
-    ASSERT_EQ(S_OK,
-              GetObjectPropertyNoThrow(selection.get(), GetOrCall(L"Item"), item.put(), {&one}));
-    ComPtr<IUnknown> unknown;
-    ASSERT_EQ(S_OK, GetUnknownPropertyNoThrow(item.get(), L"MAPIOBJECT", unknown.put()));
-    ComPtr<IMessage> message;
-    ASSERT_EQ(S_OK, unknown.query_to(IID_IMessage, message.put()));
-    EXPECT_EQ(outlook->Message(0), message.get());
-    EXPECT_NE(before, outlook->RefCounts());
-    explorer.reset();
-    selection.reset();
-    item.reset();
-    EXPECT_EQ(before, outlook->RefCounts());
-}
 
 class MalformedItemTextTest
     : public ::testing::TestWithParam<std::pair<const wchar_t*, const char*>> {};

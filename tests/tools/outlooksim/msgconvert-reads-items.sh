@@ -1,6 +1,6 @@
 #!/bin/sh
 # Debian's msgconvert, a reader that shares no code with the simulators, must read back the sample
-# Outlook items as message files: subjects, senders, recipients and an attachment.
+# Outlook items as message files: subjects, senders, recipients, a body and an attachment.
 #   convert: each sample item written by itemtomsg.exe (the simulated Outlook's SaveAs).
 #   archive: the samples the demo archives (all but the signed mail), selected in hostsim.exe as
 #            Outlook and archived by the add-in, registered in the build's prefix as the demo does;
@@ -62,6 +62,7 @@ expect "^Subject: Angebot Nr. 2024-117 f.r die Lagerregale"
 expect "^From: Jonas Weber <j.weber@weber-lagertechnik.example>"
 expect "^To: Anna Beispiel <anna.beispiel@muster-logistik.example>, Peter Kaufmann"
 expect "^Cc: Einkauf Muster Logistik <einkauf@muster-logistik.example>"
+expect "^Die Preise gelten bis zum 30. Juni 2024."
 expect 'filename="Angebot 2024-117.txt"'
 expect "^Subject: Freigabe Reisekosten M.rz"
 expect "^From: Erika Muster"
