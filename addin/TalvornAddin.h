@@ -10,11 +10,8 @@
 #include <vector>
 
 #include "addin/CommandBars.h"
-#include "addin/ExplorerHandler.h"
-#include "addin/ExplorersHandler.h"
-#include "addin/InspectorHandler.h"
-#include "addin/InspectorsHandler.h"
 #include "addin/WindowEventTarget.h"
+#include "addin/WindowHandler.h"
 #include "addin/OfficeInterfaces.h"
 #include "addin/commands/CaptureRoutines.h"
 #include "addin/commands/HostCaptureRoutines.h"

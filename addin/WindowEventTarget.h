@@ -4,8 +4,13 @@
 
 #include <oaidl.h>
 
-class CExplorerHandler;
-class CInspectorHandler;
+// The sinks of addin/WindowHandler.h, one instance per kind of window.
+template <class Window>
+class CWindowHandler;
+struct ExplorerWindow;
+struct InspectorWindow;
+using CExplorerHandler = CWindowHandler<ExplorerWindow>;
+using CInspectorHandler = CWindowHandler<InspectorWindow>;
 
 class WindowEventTarget {
 public:

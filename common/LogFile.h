@@ -88,3 +88,12 @@ template <class... Args>
 void LogInfo(FormatFor<Args...> format, const Args&... args) noexcept {
     unchecked::WriteLog(kLogInfo, format.c_str(), args...);
 }
+
+// A best-effort step's failure, logged as an error with `format` (whose one argument is the
+// HRESULT); the HRESULT comes back for the caller that goes on differently after a failure.
+inline HRESULT LogIfFailed(HRESULT hr, CheckedFormat<HRESULT> format) noexcept {
+    if (FAILED(hr)) {
+        LogError(format, hr);
+    }
+    return hr;
+}

@@ -144,25 +144,19 @@ HRESULT QueryRDOItemAttachmentList(IDispatch* folder, IDispatch* item, int32_t m
     for (int32_t position = 1; position <= count; ++position) {
         Variant index(position);
         ComPtr<IDispatch> attachment;
-        hr = GetObjectPropertyNoThrow(collection.get(), GetOrCall(L"Item"), attachment.put(),
-                                      {&index});
-        if (FAILED(hr)) {
-            LogError(L"Can't get attachment! hr = 0x%08X\n", hr);
-            continue;
-        }
         BStr fileName;
         int32_t size = 0;
         bool hidden = false;
-        if (FAILED(hr = GetTextPropertyNoThrow(attachment.get(), L"FileName", &fileName))) {
-            LogError(L"Can't get filename of attachment! hr = 0x%08X\n", hr);
-            continue;
-        }
-        if (FAILED(hr = GetIntegerPropertyNoThrow(attachment.get(), L"Size", &size))) {
-            LogError(L"Can't get size of attachment! hr = 0x%08X\n", hr);
-            continue;
-        }
-        if (FAILED(hr = GetBooleanPropertyNoThrow(attachment.get(), L"Hidden", &hidden))) {
-            LogError(L"Can't get hidden flag of attachment! hr = 0x%08X\n", hr);
+        // An attachment that cannot be read is left out; the others are still listed.
+        if (FAILED(LogIfFailed(GetObjectPropertyNoThrow(collection.get(), GetOrCall(L"Item"),
+                                                        attachment.put(), {&index}),
+                               L"Can't get attachment! hr = 0x%08X\n")) ||
+            FAILED(LogIfFailed(GetTextPropertyNoThrow(attachment.get(), L"FileName", &fileName),
+                               L"Can't get filename of attachment! hr = 0x%08X\n")) ||
+            FAILED(LogIfFailed(GetIntegerPropertyNoThrow(attachment.get(), L"Size", &size),
+                               L"Can't get size of attachment! hr = 0x%08X\n")) ||
+            FAILED(LogIfFailed(GetBooleanPropertyNoThrow(attachment.get(), L"Hidden", &hidden),
+                               L"Can't get hidden flag of attachment! hr = 0x%08X\n"))) {
             continue;
         }
         PropertyMap record = MakeRecord(fileName.c_str(), size, hidden, position);

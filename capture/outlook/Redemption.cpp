@@ -31,65 +31,47 @@ struct MailKey {
     DATE sentOn = 0;
 };
 
-// The texts must stay literals for the compile-time format check, hence two readers.
+// Two readers, as the two have their own texts (one of them deliberately worded apart).
 MailKey ReadSelectedKey(IDispatch* item) {
     MailKey key;
-    HRESULT hr;
-    if (FAILED(hr = GetTextPropertyNoThrow(item, L"EntryID", &key.entryId))) {
-        LogError(L"Can't get EntryID from selected item! hr = 0x%08X\n", hr);
-    }
-    if (FAILED(hr = GetTextPropertyNoThrow(item, L"Subject", &key.subject))) {
-        LogError(L"Can't get Subject from selected item! hr = 0x%08X\n", hr);
-    }
-    if (FAILED(hr = GetIntegerPropertyNoThrow(item, L"Size", &key.size))) {
-        LogError(L"Can't get Size from selected item! hr = 0x%08X\n", hr);
-    }
-    if (FAILED(hr = GetTextPropertyNoThrow(item, L"MessageClass", &key.messageClass))) {
-        LogError(L"Can't get MessageClass from selected item! hr = 0x%08X\n", hr);
-    }
-    if (FAILED(hr = GetTextPropertyNoThrow(item, L"SentOnBehalfOfName", &key.sentOnBehalfOf))) {
-        LogError(L"Can't get SentOnBehalfOfName from selected item! hr = 0x%08X\n", hr);
-    }
-    if (FAILED(hr = GetDatePropertyNoThrow(item, L"ReceivedTime", &key.received))) {
-        LogError(L"Can't get ReceivedTime from selected item! hr = 0x%08X\n", hr);
-    }
-    if (FAILED(hr = GetTextPropertyNoThrow(item, L"To", &key.to))) {
-        LogError(L"Can't get To from selected item! hr = 0x%08X\n", hr);
-    }
-    if (FAILED(hr = GetDatePropertyNoThrow(item, L"SentOn", &key.sentOn))) {
-        LogError(L"Can't get SentOn from selected item! hr = 0x%08X\n", hr);
-    }
+    LogIfFailed(GetTextPropertyNoThrow(item, L"EntryID", &key.entryId),
+                L"Can't get EntryID from selected item! hr = 0x%08X\n");
+    LogIfFailed(GetTextPropertyNoThrow(item, L"Subject", &key.subject),
+                L"Can't get Subject from selected item! hr = 0x%08X\n");
+    LogIfFailed(GetIntegerPropertyNoThrow(item, L"Size", &key.size),
+                L"Can't get Size from selected item! hr = 0x%08X\n");
+    LogIfFailed(GetTextPropertyNoThrow(item, L"MessageClass", &key.messageClass),
+                L"Can't get MessageClass from selected item! hr = 0x%08X\n");
+    LogIfFailed(GetTextPropertyNoThrow(item, L"SentOnBehalfOfName", &key.sentOnBehalfOf),
+                L"Can't get SentOnBehalfOfName from selected item! hr = 0x%08X\n");
+    LogIfFailed(GetDatePropertyNoThrow(item, L"ReceivedTime", &key.received),
+                L"Can't get ReceivedTime from selected item! hr = 0x%08X\n");
+    LogIfFailed(GetTextPropertyNoThrow(item, L"To", &key.to),
+                L"Can't get To from selected item! hr = 0x%08X\n");
+    LogIfFailed(GetDatePropertyNoThrow(item, L"SentOn", &key.sentOn),
+                L"Can't get SentOn from selected item! hr = 0x%08X\n");
     return key;
 }
 
 // A folder item whose entry id cannot be read simply does not match by entry id.
 MailKey ReadFolderKey(IDispatch* mail) {
     MailKey key;
-    HRESULT hr;
-    if (FAILED(hr = GetTextPropertyNoThrow(mail, L"EntryID", &key.entryId))) {
-        LogError(L"Can't get EntryID from folder item! hr = 0x%08X\n", hr);
-    }
-    if (FAILED(hr = GetTextPropertyNoThrow(mail, L"Subject", &key.subject))) {
-        LogError(L"Can't get Subject from folder item! hr = 0x%08X\n", hr);
-    }
-    if (FAILED(hr = GetIntegerPropertyNoThrow(mail, L"Size", &key.size))) {
-        LogError(L"Can't get Size from folder item! hr = 0x%08X\n", hr);
-    }
-    if (FAILED(hr = GetTextPropertyNoThrow(mail, L"MessageClass", &key.messageClass))) {
-        LogError(L"Can't get MessageClass folder inbox item! hr = 0x%08X\n", hr);
-    }
-    if (FAILED(hr = GetTextPropertyNoThrow(mail, L"SentOnBehalfOfName", &key.sentOnBehalfOf))) {
-        LogError(L"Can't get SentOnBehalfOfName from folder item! hr = 0x%08X\n", hr);
-    }
-    if (FAILED(hr = GetDatePropertyNoThrow(mail, L"ReceivedTime", &key.received))) {
-        LogError(L"Can't get ReceivedTime from folder item! hr = 0x%08X\n", hr);
-    }
-    if (FAILED(hr = GetTextPropertyNoThrow(mail, L"To", &key.to))) {
-        LogError(L"Can't get To from folder item! hr = 0x%08X\n", hr);
-    }
-    if (FAILED(hr = GetDatePropertyNoThrow(mail, L"SentOn", &key.sentOn))) {
-        LogError(L"Can't get SentOn from folder item! hr = 0x%08X\n", hr);
-    }
+    LogIfFailed(GetTextPropertyNoThrow(mail, L"EntryID", &key.entryId),
+                L"Can't get EntryID from folder item! hr = 0x%08X\n");
+    LogIfFailed(GetTextPropertyNoThrow(mail, L"Subject", &key.subject),
+                L"Can't get Subject from folder item! hr = 0x%08X\n");
+    LogIfFailed(GetIntegerPropertyNoThrow(mail, L"Size", &key.size),
+                L"Can't get Size from folder item! hr = 0x%08X\n");
+    LogIfFailed(GetTextPropertyNoThrow(mail, L"MessageClass", &key.messageClass),
+                L"Can't get MessageClass folder inbox item! hr = 0x%08X\n");
+    LogIfFailed(GetTextPropertyNoThrow(mail, L"SentOnBehalfOfName", &key.sentOnBehalfOf),
+                L"Can't get SentOnBehalfOfName from folder item! hr = 0x%08X\n");
+    LogIfFailed(GetDatePropertyNoThrow(mail, L"ReceivedTime", &key.received),
+                L"Can't get ReceivedTime from folder item! hr = 0x%08X\n");
+    LogIfFailed(GetTextPropertyNoThrow(mail, L"To", &key.to),
+                L"Can't get To from folder item! hr = 0x%08X\n");
+    LogIfFailed(GetDatePropertyNoThrow(mail, L"SentOn", &key.sentOn),
+                L"Can't get SentOn from folder item! hr = 0x%08X\n");
     return key;
 }
 
@@ -289,28 +271,24 @@ HRESULT SaveRDOMailFromFolder(IDispatch* folder, IDispatch* item, PathBuffer& pa
 
 void ReadRDOMailValues(IDispatch* mail, IDispatch* folder, PropertyMap& map) {
     BStr text;
-    HRESULT hr;
 
     // The recipients, and all of them in one list. An empty To leaves the list beginning with
     // ";": the connector side has always received it that way.
     std::wstring recipients;
-    if (FAILED(hr = GetTextPropertyNoThrow(mail, L"To", &text))) {
-        LogError(L"Can't get property To from mail item! hr = 0x%08X\n", hr);
-    }
+    LogIfFailed(GetTextPropertyNoThrow(mail, L"To", &text),
+                L"Can't get property To from mail item! hr = 0x%08X\n");
     const std::wstring to = Cut(text.c_str());
     Collect(map, L"OTL_MSG_TO", to);
     recipients += to;
-    if (FAILED(hr = GetTextPropertyNoThrow(mail, L"CC", &text))) {
-        LogError(L"Can't get property CC from mail item! hr = 0x%08X\n", hr);
-    }
+    LogIfFailed(GetTextPropertyNoThrow(mail, L"CC", &text),
+                L"Can't get property CC from mail item! hr = 0x%08X\n");
     const std::wstring cc = Cut(text.c_str());
     Collect(map, L"OTL_MSG_CC", cc);
     if (!cc.empty()) {
         recipients += L";" + cc;
     }
-    if (FAILED(hr = GetTextPropertyNoThrow(mail, L"BCC", &text))) {
-        LogError(L"Can't get property BCC from mail item! hr = 0x%08X\n", hr);
-    }
+    LogIfFailed(GetTextPropertyNoThrow(mail, L"BCC", &text),
+                L"Can't get property BCC from mail item! hr = 0x%08X\n");
     const std::wstring bcc = Cut(text.c_str());
     Collect(map, L"OTL_MSG_BCC", bcc);
     if (!bcc.empty()) {
@@ -320,36 +298,32 @@ void ReadRDOMailValues(IDispatch* mail, IDispatch* folder, PropertyMap& map) {
             recipients.c_str());
     map.Add(L"OTL_MSG_TO_SMTP_ADDRESS", recipients.c_str(), 1);
 
-    if (FAILED(hr = GetTextPropertyNoThrow(mail, L"SenderEmailAddress", &text))) {
-        // The sender name's text has always stood here.
-        LogError(L"Can't get property SenderName from mail item! hr = 0x%08X\n", hr);
-    }
+    // The sender name's text has always stood here.
+    LogIfFailed(GetTextPropertyNoThrow(mail, L"SenderEmailAddress", &text),
+                L"Can't get property SenderName from mail item! hr = 0x%08X\n");
     Collect(map, L"OTL_MSG_SENDER_EMAIL_ADDRESS", Cut(text.c_str()));
 
     int32_t importance = 0;
     wchar_t number[kValueCapacity] = L"";
-    if (FAILED(hr = GetIntegerPropertyNoThrow(mail, L"Importance", &importance))) {
-        LogError(L"Can't get property Importance from mail item! hr = 0x%08X\n", hr);
-    } else {
+    if (SUCCEEDED(LogIfFailed(GetIntegerPropertyNoThrow(mail, L"Importance", &importance),
+                              L"Can't get property Importance from mail item! hr = 0x%08X\n"))) {
         FormatBounded(number, kValueCapacity, L"%d", importance);
     }
     Collect(map, L"OTL_MSG_IMPORTANCE", number);
 
-    if (FAILED(hr = GetTextPropertyNoThrow(mail, L"Subject", &text))) {
-        LogError(L"Can't get property Subject from mail item! hr = 0x%08X\n", hr);
-    }
+    LogIfFailed(GetTextPropertyNoThrow(mail, L"Subject", &text),
+                L"Can't get property Subject from mail item! hr = 0x%08X\n");
     Collect(map, L"OTL_MSG_SUBJECT", Cut(text.c_str()));
-    if (FAILED(hr = GetTextPropertyNoThrow(mail, L"SenderName", &text))) {
-        LogError(L"Can't get property SenderName from mail item! hr = 0x%08X\n", hr);
-    }
+    LogIfFailed(GetTextPropertyNoThrow(mail, L"SenderName", &text),
+                L"Can't get property SenderName from mail item! hr = 0x%08X\n");
     Collect(map, L"OTL_MSG_SENDERNAME", Cut(text.c_str()));
 
     // The date as the library gives it, in no particular zone, and without a time-of-day twin.
     DATE received = 0;
     SYSTEMTIME time;
-    if (FAILED(hr = GetDatePropertyNoThrow(mail, L"ReceivedTime", &received))) {
-        LogError(L"Can't get property ReceivedTime from mail item! hr = 0x%08X\n", hr);
-    } else if (VariantTimeToSystemTime(received, &time)) {
+    if (SUCCEEDED(LogIfFailed(GetDatePropertyNoThrow(mail, L"ReceivedTime", &received),
+                              L"Can't get property ReceivedTime from mail item! hr = 0x%08X\n")) &&
+        VariantTimeToSystemTime(received, &time)) {
         wchar_t date[kDateCapacity];
         if (GetDateFormatW(LOCALE_USER_DEFAULT, LOCALE_NOUSEROVERRIDE, &time, nullptr, date,
                            kDateCapacity) > 0) {
@@ -359,13 +333,11 @@ void ReadRDOMailValues(IDispatch* mail, IDispatch* folder, PropertyMap& map) {
         }
     }
 
-    if (FAILED(hr = GetTextPropertyNoThrow(mail, L"EntryID", &text))) {
-        LogError(L"Can't get property EntryID from mail item! hr = 0x%08X\n", hr);
-    }
+    LogIfFailed(GetTextPropertyNoThrow(mail, L"EntryID", &text),
+                L"Can't get property EntryID from mail item! hr = 0x%08X\n");
     Collect(map, L"PR_ENTRYID", Cut(text.c_str()), 0);
-    if (FAILED(hr = GetTextPropertyNoThrow(folder, L"StoreID", &text))) {
-        LogError(L"Can't get property StoreID from fodler item! hr = 0x%08X\n", hr);
-    }
+    LogIfFailed(GetTextPropertyNoThrow(folder, L"StoreID", &text),
+                L"Can't get property StoreID from fodler item! hr = 0x%08X\n");
     Collect(map, L"PR_STORE_ENTRYID", Cut(text.c_str()), 0);
 }
 

@@ -119,75 +119,6 @@ HRESULT FakeConnectionPoint::EnumConnections(IEnumConnections** connections) noe
     return E_NOTIMPL;
 }
 
-// --- FakeCommandBarButton
-
-FakeCommandBarButton::FakeCommandBarButton()
-    : m_clicks(MakeComObject<FakeConnectionPoint>(kButtonEvents)) {
-    for (const wchar_t* name : {L"Tag", L"Caption", L"TooltipText"}) {
-        m_properties->SetProperty(name, L"");
-    }
-    m_properties->SetProperty(L"Style", Variant(int32_t{0}));
-    m_properties->SetProperty(L"Visible", true);
-    m_properties->SetMethod(L"PasteFace", [this](const FakeDispatch::Args&, VARIANT*) {
-        if (!OpenClipboard(nullptr)) {
-            return HRESULT_FROM_WIN32(GetLastError());
-        }
-        std::string face = ClipboardBytes(L"Toolbar Button Face");
-        std::string mask = ClipboardBytes(L"Toolbar Button Mask");
-        CloseClipboard();
-        if (face.empty() || mask.empty()) {
-            return E_FAIL;
-        }
-        m_face = std::move(face);
-        m_mask = std::move(mask);
-        return S_OK;
-    });
-}
-
-void FakeCommandBarButton::Click() {
-    const ComPtr<FakeCommandBarButton> self(this);
-    VARIANT_BOOL cancelDefault = VARIANT_FALSE;
-    VARIANT control;
-    control.vt = VT_DISPATCH;
-    control.pdispVal = static_cast<IDispatch*>(this);
-    VARIANT cancel;
-    cancel.vt = VT_BOOL | VT_BYREF;
-    cancel.pboolVal = &cancelDefault;
-    m_clicks->Fire(kClick, {control, cancel});
-}
-
-HRESULT FakeCommandBarButton::GetIDsOfNames(REFIID riid, LPOLESTR* names, UINT count, LCID lcid,
-                                            DISPID* ids) noexcept {
-    return m_properties->GetIDsOfNames(riid, names, count, lcid, ids);
-}
-
-HRESULT FakeCommandBarButton::Invoke(DISPID id, REFIID riid, LCID lcid, WORD flags,
-                                     DISPPARAMS* params, VARIANT* result, EXCEPINFO* excep,
-                                     UINT* argError) noexcept {
-    return m_properties->Invoke(id, riid, lcid, flags, params, result, excep, argError);
-}
-
-HRESULT FakeCommandBarButton::EnumConnectionPoints(IEnumConnectionPoints** points) noexcept {
-    if (!points) {
-        return E_POINTER;
-    }
-    *points = nullptr;
-    return E_NOTIMPL;
-}
-
-HRESULT FakeCommandBarButton::FindConnectionPoint(REFIID riid, IConnectionPoint** point) noexcept {
-    if (!point) {
-        return E_POINTER;
-    }
-    *point = nullptr;
-    if (riid != kButtonEvents) {
-        return CONNECT_E_NOCONNECTION;
-    }
-    *point = m_clicks.get();
-    (*point)->AddRef();
-    return S_OK;
-}
-
 // --- FakeEventSource
 
 FakeEventSource::FakeEventSource(std::vector<IID> events) {
@@ -249,6 +180,43 @@ HRESULT FakeEventSource::FindConnectionPoint(REFIID riid, IConnectionPoint** poi
     }
     (*point)->AddRef();
     return S_OK;
+}
+
+// --- FakeCommandBarButton
+
+FakeCommandBarButton::FakeCommandBarButton() : FakeEventSource({kButtonEvents}) {
+    for (const wchar_t* name : {L"Tag", L"Caption", L"TooltipText"}) {
+        Properties().SetProperty(name, L"");
+    }
+    Properties().SetProperty(L"Style", Variant(int32_t{0}));
+    Properties().SetProperty(L"Visible", true);
+    Properties().SetMethod(L"PasteFace", [this](const FakeDispatch::Args&, VARIANT*) {
+        if (!OpenClipboard(nullptr)) {
+            return HRESULT_FROM_WIN32(GetLastError());
+        }
+        std::string face = ClipboardBytes(L"Toolbar Button Face");
+        std::string mask = ClipboardBytes(L"Toolbar Button Mask");
+        CloseClipboard();
+        if (face.empty() || mask.empty()) {
+            return E_FAIL;
+        }
+        m_face = std::move(face);
+        m_mask = std::move(mask);
+        return S_OK;
+    });
+}
+
+FakeConnectionPoint& FakeCommandBarButton::Clicks() const noexcept { return *Point(kButtonEvents); }
+
+void FakeCommandBarButton::Click() {
+    VARIANT_BOOL cancelDefault = VARIANT_FALSE;
+    VARIANT control;
+    control.vt = VT_DISPATCH;
+    control.pdispVal = static_cast<IDispatch*>(this);
+    VARIANT cancel;
+    cancel.vt = VT_BOOL | VT_BYREF;
+    cancel.pboolVal = &cancelDefault;
+    Fire(kClick, {control, cancel});
 }
 
 // --- FakeCommandBars

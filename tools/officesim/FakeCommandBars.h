@@ -51,49 +51,10 @@ private:
     std::map<DWORD, ComPtr<IDispatch>> m_sinks;
 };
 
-// A command-bar button: its properties are a FakeDispatch's, its Click goes out through the
-// _CommandBarButtonEvents connection point.
-class FakeCommandBarButton final
-    : public ComObject<FakeCommandBarButton, LiveCount::NotCounted,
-                       Implements<IDispatch, IID_IDispatch>,
-                       Implements<IConnectionPointContainer, IID_IConnectionPointContainer>> {
-public:
-    FakeCommandBarButton();
-
-    FakeDispatch& Properties() noexcept { return *m_properties.get(); }
-    FakeConnectionPoint& Clicks() noexcept { return *m_clicks.get(); }
-    // What a user's click does: Click(Ctrl, CancelDefault) to every sink.
-    void Click();
-    // The face and mask PasteFace took from the clipboard ("Toolbar Button Face" and "Toolbar
-    // Button Mask"), empty before a paste. PasteFace fails without both formats.
-    const std::string& Face() const noexcept { return m_face; }
-    const std::string& Mask() const noexcept { return m_mask; }
-    using ComObject::RefCount;
-
-    HRESULT STDMETHODCALLTYPE GetIDsOfNames(REFIID riid, LPOLESTR* names, UINT count, LCID lcid,
-                                            DISPID* ids) noexcept override;
-    HRESULT STDMETHODCALLTYPE Invoke(DISPID id, REFIID riid, LCID lcid, WORD flags,
-                                     DISPPARAMS* params, VARIANT* result, EXCEPINFO* excep,
-                                     UINT* argError) noexcept override;
-    HRESULT STDMETHODCALLTYPE
-    EnumConnectionPoints(IEnumConnectionPoints** points) noexcept override;
-    HRESULT STDMETHODCALLTYPE FindConnectionPoint(REFIID riid,
-                                                  IConnectionPoint** point) noexcept override;
-
-private:
-    friend ComObject;
-    ~FakeCommandBarButton() override = default;
-
-    ComPtr<FakeDispatch> m_properties = FakeDispatch::Create();
-    ComPtr<FakeConnectionPoint> m_clicks;
-    std::string m_face;
-    std::string m_mask;
-};
-
-// An automation object with events, such as an Outlook window or window collection: its
-// properties and methods are a FakeDispatch's, its events go out through one connection point per
-// event interface it sources.
-class FakeEventSource final
+// An automation object with events, such as an Outlook window or window collection or a
+// command-bar button: its properties and methods are a FakeDispatch's, its events go out through
+// one connection point per event interface it sources.
+class FakeEventSource
     : public ComObject<FakeEventSource, LiveCount::NotCounted, Implements<IDispatch, IID_IDispatch>,
                        Implements<IConnectionPointContainer, IID_IConnectionPointContainer>> {
 public:
@@ -118,12 +79,33 @@ public:
     HRESULT STDMETHODCALLTYPE FindConnectionPoint(REFIID riid,
                                                   IConnectionPoint** point) noexcept override;
 
-private:
+protected:
     friend ComObject;
     ~FakeEventSource() override = default;
 
+private:
     ComPtr<FakeDispatch> m_properties = FakeDispatch::Create();
     std::vector<ComPtr<FakeConnectionPoint>> m_points;
+};
+
+// A command-bar button: its Click goes out through the _CommandBarButtonEvents connection point.
+class FakeCommandBarButton final : public FakeEventSource {
+public:
+    FakeCommandBarButton();
+
+    FakeConnectionPoint& Clicks() const noexcept;
+    // What a user's click does: Click(Ctrl, CancelDefault) to every sink.
+    void Click();
+    // The face and mask PasteFace took from the clipboard ("Toolbar Button Face" and "Toolbar
+    // Button Mask"), empty before a paste. PasteFace fails without both formats.
+    const std::string& Face() const noexcept { return m_face; }
+    const std::string& Mask() const noexcept { return m_mask; }
+
+private:
+    ~FakeCommandBarButton() override = default;
+
+    std::string m_face;
+    std::string m_mask;
 };
 
 class FakeCommandBars {

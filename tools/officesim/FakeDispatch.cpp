@@ -349,3 +349,18 @@ HRESULT FakeDispatch::Dispatch(Member& member, CallKind kind, const Args& args,
     }
     return hr;
 }
+
+HRESULT ItemIndex(const FakeDispatch::Args& args, size_t count, size_t* index) {
+    if (args.size() != 1) {
+        return DISP_E_BADPARAMCOUNT;
+    }
+    Variant position;
+    if (FAILED(::VariantChangeType(&position, const_cast<Variant*>(&args[0]), 0, VT_I4))) {
+        return DISP_E_TYPEMISMATCH;
+    }
+    if (position.lVal < 1 || static_cast<size_t>(position.lVal) > count) {
+        return DISP_E_BADINDEX;
+    }
+    *index = static_cast<size_t>(position.lVal) - 1;
+    return S_OK;
+}

@@ -156,3 +156,7 @@ private:
     std::map<std::wstring, size_t> m_lookups;
     std::vector<CallRecord> m_calls;
 };
+
+// Item(i) of a simulated collection of `count` objects: the index of the object it names (i
+// counts from 1), or the HRESULT a collection answers a wrong call with.
+HRESULT ItemIndex(const FakeDispatch::Args& args, size_t count, size_t* index);

@@ -129,17 +129,12 @@ FakeDocumentProperties::FakeDocumentProperties()
         return S_OK;
     });
     m_collection->SetComputedProperty(L"Item", [items](const Args& args, VARIANT* result) {
-        if (args.size() != 1) {
-            return DISP_E_BADPARAMCOUNT;
+        size_t index = 0;
+        const HRESULT hr = ItemIndex(args, items->size(), &index);
+        if (FAILED(hr)) {
+            return hr;
         }
-        Variant index;
-        if (FAILED(::VariantChangeType(&index, const_cast<Variant*>(&args[0]), 0, VT_I4))) {
-            return DISP_E_TYPEMISMATCH;
-        }
-        if (index.lVal < 1 || static_cast<size_t>(index.lVal) > items->size()) {
-            return DISP_E_BADINDEX;
-        }
-        FakeDispatch* item = (*items)[static_cast<size_t>(index.lVal) - 1].get();
+        FakeDispatch* item = (*items)[index].get();
         item->AddRef();
         result->vt = VT_DISPATCH;
         result->pdispVal = item;

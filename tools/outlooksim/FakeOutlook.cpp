@@ -98,18 +98,30 @@ void ThrowIfFailed(HRESULT hr, const char* what) {
 // A collection's Item(i), counted from 1.
 template <class Object>
 HRESULT ItemAt(const std::vector<ComPtr<Object>>& list, const Args& args, VARIANT* result) {
-    if (args.size() != 1) {
-        return DISP_E_BADPARAMCOUNT;
-    }
-    Variant index;
-    if (FAILED(::VariantChangeType(&index, const_cast<Variant*>(&args[0]), 0, VT_I4))) {
-        return DISP_E_TYPEMISMATCH;
-    }
-    if (index.lVal < 1 || static_cast<size_t>(index.lVal) > list.size()) {
-        return DISP_E_BADINDEX;
-    }
-    return PutObject(result,
-                     static_cast<IDispatch*>(list[static_cast<size_t>(index.lVal) - 1].get()));
+    size_t index = 0;
+    const HRESULT hr = ItemIndex(args, list.size(), &index);
+    return FAILED(hr) ? hr : PutObject(result, static_cast<IDispatch*>(list[index].get()));
+}
+
+// Count and Item(i) of a collection over the list `list` picks out of what `weak` holds; once
+// that is gone, both fail E_UNEXPECTED.
+template <class Held, class List>
+void DefineListMembers(FakeDispatch& collection, std::weak_ptr<Held> weak, List list) {
+    collection
+        .SetComputedProperty(L"Count",
+                             [weak, list](const Args& args, VARIANT* result) {
+                                 auto held = weak.lock();
+                                 if (!args.empty() || !held) {
+                                     return args.empty() ? E_UNEXPECTED : DISP_E_BADPARAMCOUNT;
+                                 }
+                                 result->vt = VT_I4;
+                                 result->lVal = static_cast<LONG>(list(*held).size());
+                                 return S_OK;
+                             })
+        .SetMethod(L"Item", [weak, list](const Args& args, VARIANT* result) {
+            auto held = weak.lock();
+            return held ? ItemAt(list(*held), args, result) : E_UNEXPECTED;
+        });
 }
 
 // An Outlook window: its automation object and its command bars.
@@ -124,21 +136,10 @@ struct WindowList {
         : events(std::move(windowEvents)),
           collection(MakeComObject<FakeEventSource>(std::vector<IID>{collectionEvents})),
           open(std::make_shared<std::vector<ComPtr<FakeEventSource>>>()) {
-        std::weak_ptr<std::vector<ComPtr<FakeEventSource>>> weak = open;
-        collection->Properties()
-            .SetComputedProperty(L"Count",
-                                 [weak](const Args& args, VARIANT* result) {
-                                     auto held = weak.lock();
-                                     if (!args.empty() || !held) {
-                                         return args.empty() ? E_UNEXPECTED : DISP_E_BADPARAMCOUNT;
-                                     }
-                                     result->vt = VT_I4;
-                                     result->lVal = static_cast<LONG>(held->size());
-                                     return S_OK;
-                                 })
-            .SetMethod(L"Item", [weak](const Args& args, VARIANT* result) {
-                auto held = weak.lock();
-                return held ? ItemAt(*held, args, result) : E_UNEXPECTED;
+        DefineListMembers(
+            collection->Properties(), std::weak_ptr(open),
+            [](const std::vector<ComPtr<FakeEventSource>>& windows) -> const auto& {
+                return windows;
             });
     }
 
@@ -277,19 +278,9 @@ FakeOutlook::FakeOutlook(std::wstring version) : m_state(std::make_unique<State>
         .SetProperty(L"CommandBars", static_cast<IDispatch*>(&state.explorerBars.Collection()));
 
     std::weak_ptr<State::Contents> contents = state.contents;
-    state.selection->SetComputedProperty(L"Count", [contents](const Args& args, VARIANT* result) {
-        auto held = contents.lock();
-        if (!args.empty() || !held) {
-            return args.empty() ? E_UNEXPECTED : DISP_E_BADPARAMCOUNT;
-        }
-        result->vt = VT_I4;
-        result->lVal = static_cast<LONG>(held->selected.size());
-        return S_OK;
-    });
-    state.selection->SetMethod(L"Item", [contents](const Args& args, VARIANT* result) {
-        auto held = contents.lock();
-        return held ? ItemAt(held->selected, args, result) : E_UNEXPECTED;
-    });
+    DefineListMembers(
+        *state.selection.get(), contents,
+        [](const State::Contents& held) -> const auto& { return held.selected; });
     state.BuildFolder();
 
     ComPtr<IMAPISession> session = state.mapiSession.Share();
@@ -338,21 +329,8 @@ FakeOutlook::FakeOutlook(std::wstring version) : m_state(std::make_unique<State>
 
 void FakeOutlook::State::BuildFolder() {
     std::weak_ptr<Contents> weak = contents;
-    folderItems
-        ->SetComputedProperty(L"Count",
-                              [weak](const Args& args, VARIANT* result) {
-                                  auto held = weak.lock();
-                                  if (!args.empty() || !held) {
-                                      return args.empty() ? E_UNEXPECTED : DISP_E_BADPARAMCOUNT;
-                                  }
-                                  result->vt = VT_I4;
-                                  result->lVal = static_cast<LONG>(held->folder.size());
-                                  return S_OK;
-                              })
-        .SetMethod(L"Item", [weak](const Args& args, VARIANT* result) {
-            auto held = weak.lock();
-            return held ? ItemAt(held->folder, args, result) : E_UNEXPECTED;
-        });
+    DefineListMembers(
+        *folderItems.get(), weak, [](const Contents& held) -> const auto& { return held.folder; });
     folder->SetProperty(L"Name", L"Posteingang")
         .SetProperty(L"FolderPath", L"\\\\Postfach - Anna Beispiel\\Posteingang")
         .SetProperty(L"EntryID", HexText(kFolderId, sizeof kFolderId).c_str())
@@ -473,17 +451,7 @@ FakeDispatch& FakeOutlook::State::Add(Item item, std::shared_ptr<const std::stri
         result->punkVal = held.get();
         return S_OK;
     });
-    auto attachments = item.attachments;
-    dispatch.SetComputedProperty(L"Attachments",
-                                 [held, attachments](const Args& args, VARIANT* result) {
-                                     if (!args.empty()) {
-                                         return DISP_E_BADPARAMCOUNT;
-                                     }
-                                     if (!attachments->collection) {
-                                         *attachments = BuildAttachments(held.get(), false);
-                                     }
-                                     return PutObject(result, attachments->collection.get());
-                                 });
+    DefineAttachments(dispatch, held, item.attachments, false);
     dispatch.SetProperty(L"Size", Variant(static_cast<int32_t>(size)))
         .SetProperty(L"Session", static_cast<IDispatch*>(nameSpace.get()));
     // SaveAs(Path[, Type]): a message file, olMSG (3) or olMSGUnicode (9); other formats are not

@@ -231,19 +231,26 @@ AttachmentObjects BuildAttachments(IMessage* message, bool hiddenFlag) {
     const auto count = static_cast<int32_t>(attachments->size());
     objects.collection->SetProperty(L"Count", Variant(count))
         .SetMethod(L"Item", [attachments](const Args& args, VARIANT* result) {
-            if (args.size() != 1) {
-                return DISP_E_BADPARAMCOUNT;
-            }
-            Variant index;
-            if (FAILED(::VariantChangeType(&index, const_cast<Variant*>(&args[0]), 0, VT_I4))) {
-                return DISP_E_TYPEMISMATCH;
-            }
-            if (index.lVal < 1 || static_cast<size_t>(index.lVal) > attachments->size()) {
-                return DISP_E_BADINDEX;
-            }
-            return PutObject(result, (*attachments)[static_cast<size_t>(index.lVal) - 1].get());
+            size_t index = 0;
+            const HRESULT hr = ItemIndex(args, attachments->size(), &index);
+            return FAILED(hr) ? hr : PutObject(result, (*attachments)[index].get());
         });
     return objects;
+}
+
+void DefineAttachments(FakeDispatch& dispatch, const ComPtr<IMessage>& message,
+                       const std::shared_ptr<AttachmentObjects>& attachments, bool hiddenFlag) {
+    dispatch.SetComputedProperty(
+        L"Attachments",
+        [message, attachments, hiddenFlag](const FakeDispatch::Args& args, VARIANT* result) {
+            if (!args.empty()) {
+                return DISP_E_BADPARAMCOUNT;
+            }
+            if (!attachments->collection) {
+                *attachments = BuildAttachments(message.get(), hiddenFlag);
+            }
+            return PutObject(result, attachments->collection.get());
+        });
 }
 
 void DefineMessageValues(FakeDispatch& dispatch, const ComPtr<IMessage>& message) {

@@ -50,6 +50,10 @@ struct AttachmentObjects {
     void AddRefCounts(RefCountList& counts, const std::wstring& label) const;
 };
 AttachmentObjects BuildAttachments(IMessage* message, bool hiddenFlag);
+// The Attachments property over `message`: the collection is built at its first read and kept in
+// `attachments`.
+void DefineAttachments(FakeDispatch& dispatch, const ComPtr<IMessage>& message,
+                       const std::shared_ptr<AttachmentObjects>& attachments, bool hiddenFlag);
 
 // The members Outlook's items and the library's mails both read from the message each time they
 // are asked: MessageClass, Subject, Body, To, CC, BCC, SenderName, SenderEmailAddress,

@@ -120,21 +120,25 @@ ComPtr<FakeDispatch> FakeRedemption::State::NewSession() {
         const VARIANT& value = self->Value(L"MAPIOBJECT");
         return (value.vt == VT_UNKNOWN || value.vt == VT_DISPATCH) && value.punkVal;
     };
+    // GetFolderFromID and GetMessageFromID check their call alike before they look the id up.
+    auto idCallError = [alive = alive, loggedOn](const Args& args) -> HRESULT {
+        if (!*alive) {
+            return CO_E_OBJNOTCONNECTED;
+        }
+        if (args.empty() || args.size() > 3) {
+            return DISP_E_BADPARAMCOUNT;
+        }
+        if (!IsText(args, 0)) {
+            return DISP_E_TYPEMISMATCH;
+        }
+        return loggedOn() ? S_OK : kNotLoggedOn;
+    };
     session->SetProperty(L"Version", L"1.0.0.0")
         .SetProperty(L"MAPIOBJECT", Variant())
         .SetMethod(L"GetFolderFromID",
-                   [this, alive = alive, loggedOn](const Args& args, VARIANT* result) {
-                       if (!*alive) {
-                           return CO_E_OBJNOTCONNECTED;
-                       }
-                       if (args.empty() || args.size() > 3) {
-                           return DISP_E_BADPARAMCOUNT;
-                       }
-                       if (!IsText(args, 0)) {
-                           return DISP_E_TYPEMISMATCH;
-                       }
-                       if (!loggedOn()) {
-                           return kNotLoggedOn;
+                   [this, idCallError](const Args& args, VARIANT* result) {
+                       if (const HRESULT hr = idCallError(args); FAILED(hr)) {
+                           return hr;
                        }
                        const VARIANT& id = outlook.Folder().Value(L"EntryID");
                        if (id.vt != VT_BSTR || _wcsicmp(id.bstrVal, args[0].bstrVal) != 0) {
@@ -142,23 +146,13 @@ ComPtr<FakeDispatch> FakeRedemption::State::NewSession() {
                        }
                        return PutObject(result, &Folder());
                    })
-        .SetMethod(L"GetMessageFromID",
-                   [this, alive = alive, loggedOn](const Args& args, VARIANT* result) {
-                       if (!*alive) {
-                           return CO_E_OBJNOTCONNECTED;
-                       }
-                       if (args.empty() || args.size() > 3) {
-                           return DISP_E_BADPARAMCOUNT;
-                       }
-                       if (!IsText(args, 0)) {
-                           return DISP_E_TYPEMISMATCH;
-                       }
-                       if (!loggedOn()) {
-                           return kNotLoggedOn;
-                       }
-                       const auto index = FindInFolder(args[0].bstrVal);
-                       return index ? PutObject(result, &MailAt(*index)) : MAPI_E_NOT_FOUND;
-                   });
+        .SetMethod(L"GetMessageFromID", [this, idCallError](const Args& args, VARIANT* result) {
+            if (const HRESULT hr = idCallError(args); FAILED(hr)) {
+                return hr;
+            }
+            const auto index = FindInFolder(args[0].bstrVal);
+            return index ? PutObject(result, &MailAt(*index)) : MAPI_E_NOT_FOUND;
+        });
     if (script) {
         script(*session.get());
     }
@@ -186,18 +180,10 @@ FakeDispatch& FakeRedemption::State::Folder() {
         if (!*alive) {
             return CO_E_OBJNOTCONNECTED;
         }
-        if (args.size() != 1) {
-            return DISP_E_BADPARAMCOUNT;
-        }
-        Variant index;
-        if (FAILED(::VariantChangeType(&index, const_cast<Variant*>(&args[0]), 0, VT_I4))) {
-            return DISP_E_TYPEMISMATCH;
-        }
         const std::vector<size_t> items = outlook.FolderItems();
-        if (index.lVal < 1 || static_cast<size_t>(index.lVal) > items.size()) {
-            return DISP_E_BADINDEX;
-        }
-        return PutObject(result, &MailAt(items[static_cast<size_t>(index.lVal) - 1]));
+        size_t index = 0;
+        const HRESULT hr = ItemIndex(args, items.size(), &index);
+        return FAILED(hr) ? hr : PutObject(result, &MailAt(items[index]));
     };
     folderItems->SetComputedProperty(L"Count", count)
         .SetMethod(L"Item", item)
@@ -264,17 +250,7 @@ FakeDispatch& FakeRedemption::State::MailAt(size_t index) {
     dispatch.SetMethod(L"GetDecryptedMessage", [self](const Args& args, VARIANT* result) {
         return args.empty() ? PutObject(result, self) : DISP_E_BADPARAMCOUNT;
     });
-    auto attachments = mail.attachments;
-    dispatch.SetComputedProperty(L"Attachments",
-                                 [held, attachments](const Args& args, VARIANT* result) {
-                                     if (!args.empty()) {
-                                         return DISP_E_BADPARAMCOUNT;
-                                     }
-                                     if (!attachments->collection) {
-                                         *attachments = BuildAttachments(held.get(), true);
-                                     }
-                                     return PutObject(result, attachments->collection.get());
-                                 });
+    DefineAttachments(dispatch, held, mail.attachments, true);
     dispatch.SetMethod(L"Delete", [this, alive = alive, index](const Args& args, VARIANT*) {
         if (!*alive) {
             return CO_E_OBJNOTCONNECTED;
