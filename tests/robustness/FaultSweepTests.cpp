@@ -36,6 +36,7 @@
 #include "common/Variant.h"
 #include "officesim/CallSequence.h"
 #include "officesim/FakeCommandBars.h"
+#include "officesim/ImportPatch.h"
 #include "outlooksim/FakeOutlook.h"
 #include "outlooksim/ItemText.h"
 #include "rdosim/FakeRedemption.h"
@@ -230,11 +231,11 @@ BOOL WINAPI NoteLaunch(SHELLEXECUTEINFOW* info) {
 }
 
 std::shared_ptr<void> NotingLaunches() {
-    void** slot = ImportSlot("shell32.dll", "ShellExecuteExW");
-    void* real = *slot;
     g_launches.clear();
-    WriteSlot(slot, reinterpret_cast<void*>(&NoteLaunch));
-    return std::shared_ptr<void>(nullptr, [slot, real](void*) { WriteSlot(slot, real); });
+    return std::make_shared<ImportPatch>(GetModuleHandleW(nullptr),
+                                         reinterpret_cast<void*>(GetProcAddress(
+                                             GetModuleHandleW(L"shell32.dll"), "ShellExecuteExW")),
+                                         reinterpret_cast<void*>(&NoteLaunch));
 }
 
 // The hand-off names a connector URL carries after "$files=", separated by commas.

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstring>
 #include <ostream>
 #include <stdexcept>
 
@@ -63,38 +62,6 @@ void PostCommand(HWND dialog, int id, WORD code) {
 }
 
 }  // namespace
-
-void** ImportSlot(const char* dll, const char* function) {
-    auto* base = reinterpret_cast<BYTE*>(GetModuleHandleW(nullptr));
-    auto at = [base](auto offset) { return base + offset; };
-    auto* nt = reinterpret_cast<IMAGE_NT_HEADERS*>(
-        at(reinterpret_cast<IMAGE_DOS_HEADER*>(base)->e_lfanew));
-    DWORD imports = nt->OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_IMPORT].VirtualAddress;
-    for (auto* module = reinterpret_cast<IMAGE_IMPORT_DESCRIPTOR*>(at(imports));
-         imports && module->Name; ++module) {
-        if (_stricmp(reinterpret_cast<const char*>(at(module->Name)), dll) != 0 ||
-            module->OriginalFirstThunk == 0) {
-            continue;
-        }
-        auto* name = reinterpret_cast<IMAGE_THUNK_DATA*>(at(module->OriginalFirstThunk));
-        auto* slot = reinterpret_cast<IMAGE_THUNK_DATA*>(at(module->FirstThunk));
-        for (; name->u1.AddressOfData; ++name, ++slot) {
-            auto* byName = reinterpret_cast<IMAGE_IMPORT_BY_NAME*>(at(name->u1.AddressOfData));
-            if (!IMAGE_SNAP_BY_ORDINAL(name->u1.Ordinal) &&
-                std::strcmp(reinterpret_cast<const char*>(byName->Name), function) == 0) {
-                return reinterpret_cast<void**>(&slot->u1.Function);
-            }
-        }
-    }
-    return nullptr;
-}
-
-void WriteSlot(void** slot, void* value) {
-    DWORD protection = 0;
-    VirtualProtect(slot, sizeof *slot, PAGE_READWRITE, &protection);
-    *slot = value;
-    VirtualProtect(slot, sizeof *slot, protection, &protection);
-}
 
 bool WindowWatcher::Window::HasText(const std::wstring& text) const {
     return std::any_of(controls.begin(), controls.end(),
@@ -157,16 +124,15 @@ WindowWatcher::WindowWatcher() {
     m_callWindow = CreateWindowExW(0, kCallWindowClass, L"", 0, 0, 0, 0, 0, HWND_MESSAGE, nullptr,
                                    windowClass.hInstance, nullptr);
     g_activeWatcher = this;
-    if ((m_messageBoxSlot = ImportSlot("user32.dll", "MessageBoxW"))) {
-        g_realMessageBoxW = reinterpret_cast<MessageBoxWFunction>(*m_messageBoxSlot);
-        WriteSlot(m_messageBoxSlot, reinterpret_cast<void*>(&NotingMessageBoxW));
-    }
+    void* real =
+        reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"user32.dll"), "MessageBoxW"));
+    g_realMessageBoxW = reinterpret_cast<MessageBoxWFunction>(real);
+    m_messageBoxPatch.emplace(GetModuleHandleW(nullptr), real,
+                              reinterpret_cast<void*>(&NotingMessageBoxW));
 }
 
 WindowWatcher::~WindowWatcher() {
-    if (m_messageBoxSlot) {
-        WriteSlot(m_messageBoxSlot, reinterpret_cast<void*>(g_realMessageBoxW));
-    }
+    m_messageBoxPatch.reset();
     UnhookWindowsHookEx(m_hook);
     DestroyWindow(m_callWindow);
     g_activeWatcher = nullptr;

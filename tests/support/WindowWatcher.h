@@ -23,6 +23,8 @@
 #include <string>
 #include <vector>
 
+#include "officesim/ImportPatch.h"
+
 class WindowWatcher {
 public:
     struct Control {
@@ -108,12 +110,7 @@ private:
     HWND m_callWindow = nullptr;  // a message-only window: posted to, it runs one of the calls
     HHOOK m_hook = nullptr;
     bool m_cancelUnexpected = false;
-    void** m_messageBoxSlot = nullptr;
+    std::optional<ImportPatch> m_messageBoxPatch;  // notes the program's own MessageBoxW calls
 };
 
 std::ostream& operator<<(std::ostream& out, const WindowWatcher::Window& window);
-
-// The import address table slot through which this program calls `function` of `dll` (null when
-// it does not import it), and a write to such a slot: how the watcher notes MessageBoxW calls.
-void** ImportSlot(const char* dll, const char* function);
-void WriteSlot(void** slot, void* value);

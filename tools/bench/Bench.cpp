@@ -30,11 +30,11 @@
 #include <string>
 #include <vector>
 
-#include "ImportPatch.h"
 #include "LoadedAddin.h"
 #include "Sampler.h"
 #include "common/ComObject.h"
 #include "common/UniqueResource.h"
+#include "officesim/ImportPatch.h"
 #include "outlooksim/ItemText.h"
 
 namespace {

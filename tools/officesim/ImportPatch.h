@@ -1,6 +1,7 @@
-// Puts a function of the benchmark in place of one that a loaded module imports, by rewriting the
-// module's import address table, so that the benchmark sees the module's calls to it without the
-// module knowing. Used for the shell's ShellExecuteExW: Wine cannot launch the URL of 100 mails.
+// Puts a function of ours in place of one that a loaded module imports, by rewriting the module's
+// import address table, so that we see the module's calls to it without the module knowing: the
+// benchmark and the fault sweep note the add-in's ShellExecuteExW calls (Wine cannot launch the URL
+// of 100 mails), the tests' window watcher its MessageBoxW calls.
 #pragma once
 
 #include <windows.h>
